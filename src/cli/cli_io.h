@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QStringList>
+#include <QTextStream>
+
+namespace varnel::cli {
+
+// Exit statuses shared by the commands. Status uses the monitoring-plugin
+// convention 0-3 on top of these.
+inline constexpr int exitOk = 0;
+inline constexpr int exitFailure = 1;
+inline constexpr int exitUsage = 64;
+
+// Where a command writes. Tests hand in string streams; the program, stdout and stderr.
+struct Io {
+    QTextStream& out;
+    QTextStream& err;
+    bool outIsTerminal = false;
+};
+
+// True when `args` asks for help (-h or --help anywhere).
+bool wantsHelp(const QStringList& args);
+
+}  // namespace varnel::cli

@@ -1,0 +1,59 @@
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QTextStream>
+#include <cstdio>
+
+#include "cli/cli_io.h"
+#include "monitor/sandbox.h"
+
+namespace {
+
+using namespace varnel::cli;
+
+const char* const usage =
+    "Usage: varnelctl COMMAND [OPTIONS]\n"
+    "\n"
+    "The Varnel endpoint suite's status, from a terminal or a script.\n"
+    "\n"
+    "Options:\n"
+    "  -h, --help     show this help (COMMAND --help for a command's own)\n"
+    "\n"
+    "Environment:\n"
+    "  VARNEL_ROOT    look the whole suite up under this directory (a simulated suite)\n";
+
+struct Command {
+    const char* name;
+    int (*run)(const QStringList& args, Io& io);
+};
+
+const Command commands[] = {
+    {nullptr, nullptr},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+    if (const auto problem = varnel::sandbox::rootProblem()) {
+        err << "varnelctl: " << *problem << '\n';
+        return 2;
+    }
+    Io io{out, err, ::isatty(STDOUT_FILENO) == 1};
+
+    QStringList args = app.arguments().mid(1);
+    if (args.isEmpty() || args.first() == QStringLiteral("--help") ||
+        args.first() == QStringLiteral("-h")) {
+        (args.isEmpty() ? err : out) << usage;
+        return args.isEmpty() ? exitUsage : exitOk;
+    }
+    const QString name = args.takeFirst();
+    for (const Command& command : commands) {
+        if (command.name != nullptr && name == QLatin1String(command.name))
+            return command.run(args, io);
+    }
+    err << "varnelctl: unknown command \"" << name << "\"\n\n" << usage;
+    return exitUsage;
+}
