@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QStringView>
+#include <memory>
+
+#include "logs/log_parser.h"
+#include "monitor/system_color.h"
+
+namespace varnel {
+
+// A row's fields, viewing text owned by the LogRows it came from.
+struct LogRowView {
+    QStringView time;
+    QStringView level;
+    QStringView source;
+    QStringView message;
+    QStringView raw;
+
+    LogRow toRow() const;
+};
+
+// The rows of one load: lines split at line feeds, blank ones skipped, each
+// parsed, and continuation lines (indented, or "at ..."/"in ...") folded into
+// the time-stamped row before them. Stored compactly: fields are views into the
+// loaded text or into one side buffer, not a string each. Cheap to move; copies
+// share the text.
+class LogRows {
+public:
+    LogRows();
+    static LogRows build(QString text);
+    // The one WARN row that stands for a log that could not be read.
+    static LogRows fromError(const QString& errorText);
+
+    qsizetype size() const;
+    bool isEmpty() const { return size() == 0; }
+    LogRowView operator[](qsizetype index) const;
+
+    // Bytes held for the rows (text, side buffer and row records), for measuring.
+    qsizetype memoryBytes() const;
+
+private:
+    struct Data;
+    std::shared_ptr<const Data> d;
+};
+
+// "All levels", "ERROR", "FATAL", "WARN", "INFO", "DEBUG", "TRACE".
+const QStringList& levelChoices();
+
+// Indices of the rows that pass: the level choice matches exactly (or is
+// "All levels") and the search text, ignoring case, is found in time, level,
+// source or message (never raw).
+QList<qsizetype> filterRows(const LogRows& rows, const QString& levelChoice, const QString& search);
+
+// "12 of 40 lines", then " · showing last 4 MB" when truncated, then " · " and
+// the path when there is one.
+QString statusLine(qsizetype shown, qsizetype total, bool truncated, const QString& currentPath);
+
+// The colour of the Level column and of the message, by the row's level.
+SystemColor levelColor(QStringView level);
+SystemColor messageColor(QStringView level);
+
+}  // namespace varnel
