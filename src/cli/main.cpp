@@ -4,6 +4,7 @@
 #include <QTextStream>
 #include <cstdio>
 
+#include "cli/action_commands.h"
 #include "cli/cli_io.h"
 #include "monitor/sandbox.h"
 
@@ -15,6 +16,10 @@ const char* const usage =
     "Usage: varnelctl COMMAND [OPTIONS]\n"
     "\n"
     "The Varnel endpoint suite's status, from a terminal or a script.\n"
+    "\n"
+    "Commands:\n"
+    "  restart LABEL  restart a service (administrator approval)\n"
+    "  update         start the suite's updater now (administrator approval)\n"
     "\n"
     "Options:\n"
     "  -h, --help     show this help (COMMAND --help for a command's own)\n"
@@ -28,7 +33,8 @@ struct Command {
 };
 
 const Command commands[] = {
-    {nullptr, nullptr},
+    {"restart", restartCommand},
+    {"update", updateCommand},
 };
 
 }  // namespace
@@ -51,7 +57,7 @@ int main(int argc, char** argv) {
     }
     const QString name = args.takeFirst();
     for (const Command& command : commands) {
-        if (command.name != nullptr && name == QLatin1String(command.name))
+        if (name == QLatin1String(command.name))
             return command.run(args, io);
     }
     err << "varnelctl: unknown command \"" << name << "\"\n\n" << usage;
