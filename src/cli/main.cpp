@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "cli/cli_io.h"
+#include "cli/status_command.h"
 #include "monitor/sandbox.h"
 
 namespace {
@@ -15,6 +16,10 @@ const char* const usage =
     "Usage: varnelctl COMMAND [OPTIONS]\n"
     "\n"
     "The Varnel endpoint suite's status, from a terminal or a script.\n"
+    "\n"
+    "Commands:\n"
+    "  status         probe the services, versions and certificates once (--json for\n"
+    "                 scripts); exit 0 running, 1 needs attention, 2 stopped, 3 unknown\n"
     "\n"
     "Options:\n"
     "  -h, --help     show this help (COMMAND --help for a command's own)\n"
@@ -28,7 +33,7 @@ struct Command {
 };
 
 const Command commands[] = {
-    {nullptr, nullptr},
+    {"status", varnel::statusCommand},
 };
 
 }  // namespace
