@@ -6,6 +6,7 @@
 
 #include "cli/action_commands.h"
 #include "cli/cli_io.h"
+#include "cli/status_command.h"
 #include "monitor/sandbox.h"
 
 namespace {
@@ -18,6 +19,8 @@ const char* const usage =
     "The Varnel endpoint suite's status, from a terminal or a script.\n"
     "\n"
     "Commands:\n"
+    "  status         probe the services, versions and certificates once (--json for\n"
+    "                 scripts); exit 0 running, 1 needs attention, 2 stopped, 3 unknown\n"
     "  restart LABEL  restart a service (administrator approval)\n"
     "  update         start the suite's updater now (administrator approval)\n"
     "\n"
@@ -33,6 +36,7 @@ struct Command {
 };
 
 const Command commands[] = {
+    {"status", varnel::statusCommand},
     {"restart", restartCommand},
     {"update", updateCommand},
 };

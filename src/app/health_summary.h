@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+
+#include "monitor/catalogue.h"
+#include "monitor/health.h"
+
+namespace varnel {
+
+// The suite's one health, from its three core services (agent, proxy, network
+// extension): `unknown` for an empty list, otherwise never `inactive`, and a
+// stopped core service outweighs one that needs attention.
+Health overallHealth(const QList<ServiceStatus>& statuses);
+
+// "Varnel — Running (7/9 up)": the overall health and how many services run.
+QString tooltipText(const QList<ServiceStatus>& statuses);
+
+}  // namespace varnel

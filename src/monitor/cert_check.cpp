@@ -1,0 +1,81 @@
+#include "monitor/cert_check.h"
+
+#include <QStringDecoder>
+#include <QStringList>
+#include <algorithm>
+
+#include "monitor/command_runner.h"
+#include "monitor/file_system.h"
+#include "monitor/sandbox.h"
+
+namespace varnel {
+
+namespace {
+
+const QString supportDir = QStringLiteral("/Library/Application Support/Varnel");
+
+// Code-point order of the composed forms, so that a name typed on another
+// system (decomposed accents) sorts where people expect it. UTF-16 order would
+// misplace characters beyond the basic plane.
+void sortByCodePoint(QStringList& names) {
+    std::vector<std::pair<QList<uint>, QString>> keyed;
+    keyed.reserve(size_t(names.size()));
+    for (const QString& name : names)
+        keyed.emplace_back(name.normalized(QString::NormalizationForm_C).toUcs4(), name);
+    std::stable_sort(keyed.begin(), keyed.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    names.clear();
+    for (auto& [key, name] : keyed) names.append(std::move(name));
+}
+
+bool isDeployedCertificate(const QString& name) {
+    if (!name.endsWith(QStringLiteral(".pem"))) return false;
+    if (name == QStringLiteral("ca-bundle.pem")) return false;
+    const auto bytes = fs::readAll(supportDir + u'/' + name);
+    if (!bytes) return false;
+    QStringDecoder decoder(QStringConverter::Utf8);
+    const QString text = decoder.decode(*bytes);
+    if (decoder.hasError()) return false;
+    // A key beside a certificate means the file is not a CA as deployed.
+    return text.contains(QStringLiteral("BEGIN CERTIFICATE")) &&
+           !text.contains(QStringLiteral("PRIVATE KEY"));
+}
+
+}  // namespace
+
+CertStatus certStatus() {
+    auto names = fs::list(supportDir);
+    if (!names) return {Health::stopped, QStringLiteral("Not installed")};
+    sortByCodePoint(*names);
+
+    QStringList deployed;
+    for (const QString& name : *names)
+        if (isDeployedCertificate(name)) deployed.append(name);
+    if (deployed.isEmpty()) return {Health::stopped, QStringLiteral("No CA certs deployed")};
+
+    qsizetype trusted = 0;
+    QStringList untrusted;
+    for (const QString& name : deployed) {
+        const QString path = sandbox::hostPath(supportDir + u'/' + name);
+        const CommandResult verified = run(QStringLiteral("/usr/bin/security"),
+                                           {QStringLiteral("verify-cert"), QStringLiteral("-c"),
+                                            path, QStringLiteral("-p"), QStringLiteral("ssl")},
+                                           8);
+        if (verified.code == 0)
+            ++trusted;
+        else
+            untrusted.append(name);
+    }
+
+    const qsizetype total = deployed.size();
+    if (trusted == total)
+        return {Health::running, QStringLiteral("Trusted — %1 CA cert(s)").arg(trusted)};
+    if (trusted == 0)
+        return {Health::attention, QStringLiteral("Deployed, NOT trusted (%1)").arg(total)};
+    return {Health::attention, QStringLiteral("%1/%2 trusted — check %3")
+                                   .arg(trusted)
+                                   .arg(total)
+                                   .arg(untrusted.join(QStringLiteral(", ")))};
+}
+
+}  // namespace varnel
