@@ -30,16 +30,16 @@ const QString ownJob = QStringLiteral("com.varnel.tray");
 template <typename Work, typename Deliver>
 void inBackground(AppDelegate* delegate, Work work, Deliver deliver) {
     QPointer<AppDelegate> self(delegate);
-    QThreadPool::globalInstance()->start([self, work = std::move(work),
-                                          deliver = std::move(deliver)]() mutable {
-        auto value = work();
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, deliver = std::move(deliver), value = std::move(value)] {
-                if (self) deliver(*self, value);
-            },
-            Qt::QueuedConnection);
-    });
+    QThreadPool::globalInstance()->start(
+        [self, work = std::move(work), deliver = std::move(deliver)]() mutable {
+            auto value = work();
+            QMetaObject::invokeMethod(
+                QCoreApplication::instance(),
+                [self, deliver = std::move(deliver), value = std::move(value)] {
+                    if (self) deliver(*self, value);
+                },
+                Qt::QueuedConnection);
+        });
 }
 
 }  // namespace
@@ -129,8 +129,8 @@ void AppDelegate::menuNeedsUpdate() {
 }
 
 void AppDelegate::rebuildMenu(const QList<ServiceStatus>& services) {
-    const MenuInputs inputs{services,     installedVersion_, latestVersion_,
-                            certHealth_,  certDetail_,       probeFixedLogs()};
+    const MenuInputs inputs{services,    installedVersion_, latestVersion_,
+                            certHealth_, certDetail_,       probeFixedLogs()};
     renderMenu(&menu_, buildStatusMenu(inputs),
                [this](MenuAction action, const std::optional<QString>& represented) {
                    dispatch(action, represented);
@@ -139,19 +139,38 @@ void AppDelegate::rebuildMenu(const QList<ServiceStatus>& services) {
 
 void AppDelegate::dispatch(MenuAction action, const std::optional<QString>& represented) {
     switch (action) {
-        case MenuAction::updateNow: updateNow(); break;
-        case MenuAction::checkForUpdates: checkForUpdates(); break;
-        case MenuAction::restartService: restartService(represented); break;
-        case MenuAction::refreshNow: refreshNow(); break;
-        case MenuAction::quit: quit(); break;
-        case MenuAction::openLog: openLog(represented); break;
-        case MenuAction::openLogViewer: openLogViewer(); break;
-        case MenuAction::openPath: openPath(represented); break;
-        case MenuAction::none: break;
+        case MenuAction::updateNow:
+            updateNow();
+            break;
+        case MenuAction::checkForUpdates:
+            checkForUpdates();
+            break;
+        case MenuAction::restartService:
+            restartService(represented);
+            break;
+        case MenuAction::refreshNow:
+            refreshNow();
+            break;
+        case MenuAction::quit:
+            quit();
+            break;
+        case MenuAction::openLog:
+            openLog(represented);
+            break;
+        case MenuAction::openLogViewer:
+            openLogViewer();
+            break;
+        case MenuAction::openPath:
+            openPath(represented);
+            break;
+        case MenuAction::none:
+            break;
     }
 }
 
-void AppDelegate::refreshNow() { refresh(); }
+void AppDelegate::refreshNow() {
+    refresh();
+}
 
 void AppDelegate::openLog(const std::optional<QString>& represented) {
     std::optional<QString> path = represented;
@@ -160,7 +179,9 @@ void AppDelegate::openLog(const std::optional<QString>& represented) {
     logViewer_.show(path);
 }
 
-void AppDelegate::openLogViewer() { logViewer_.show(); }
+void AppDelegate::openLogViewer() {
+    logViewer_.show();
+}
 
 void AppDelegate::openPath(const std::optional<QString>& represented) {
     if (!represented) return;
@@ -192,9 +213,13 @@ void AppDelegate::updateNow() {
         });
 }
 
-void AppDelegate::checkForUpdates() { updateNow(); }
+void AppDelegate::checkForUpdates() {
+    updateNow();
+}
 
-void AppDelegate::quit() { QCoreApplication::quit(); }
+void AppDelegate::quit() {
+    QCoreApplication::quit();
+}
 
 void AppDelegate::notify(const QString& title, const QString& text) {
     varnel::notify(title, text);

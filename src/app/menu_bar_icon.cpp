@@ -13,8 +13,8 @@ QStringList iconSearchPaths(const QString& applicationDir) {
 #if defined(__APPLE__)
         dir.filePath(QStringLiteral("../Resources/icon.png")),
 #endif
-        dir.filePath(QStringLiteral("../share/varnel-status/icon.png")),
-        dir.filePath(QStringLiteral("icon.png")),
+            dir.filePath(QStringLiteral("../share/varnel-status/icon.png")),
+            dir.filePath(QStringLiteral("icon.png")),
     };
 }
 

@@ -111,15 +111,16 @@ std::vector<MenuEntry> buildStatusMenu(const MenuInputs& in) {
     if (!in.installedVersion.isEmpty())
         menu.push_back(info(QStringLiteral("Installed version ") + in.installedVersion));
     if (updateOffered) {
-        menu.push_back(info(QStringLiteral("Update available → ") + in.latestVersion,
-                            SystemColor::blue));
+        menu.push_back(
+            info(QStringLiteral("Update available → ") + in.latestVersion, SystemColor::blue));
         menu.push_back(
             command(QStringLiteral("Update Now"), MenuAction::updateNow, QStringLiteral("u")));
     } else if (!in.latestVersion.isEmpty()) {
         menu.push_back(info(QStringLiteral("Up to date (latest ") + in.latestVersion + u')'));
     }
     menu.push_back(command(QStringLiteral("Check for Updates…"), MenuAction::checkForUpdates));
-    menu.push_back(parent(QStringLiteral("Certificate"), color(in.certHealth), certificateMenu(in)));
+    menu.push_back(
+        parent(QStringLiteral("Certificate"), color(in.certHealth), certificateMenu(in)));
     menu.push_back(MenuEntry::separatorLine());
 
     if (in.services.isEmpty()) {
@@ -134,8 +135,8 @@ std::vector<MenuEntry> buildStatusMenu(const MenuInputs& in) {
                            QStringLiteral("r"), agentLabel));
     menu.push_back(command(QStringLiteral("Refresh Now"), MenuAction::refreshNow));
     menu.push_back(MenuEntry::separatorLine());
-    menu.push_back(command(QStringLiteral("Quit Varnel Status"), MenuAction::quit,
-                           QStringLiteral("q")));
+    menu.push_back(
+        command(QStringLiteral("Quit Varnel Status"), MenuAction::quit, QStringLiteral("q")));
     return menu;
 }
 

@@ -28,13 +28,13 @@ enum class MenuAction {
 // platform menus, and tests compare trees.
 struct MenuEntry {
     bool separator = false;
-    QString title;
-    std::optional<SystemColor> dot;
+    QString title{};
+    std::optional<SystemColor> dot{};
     bool enabled = false;
     MenuAction action = MenuAction::none;
-    QString key;  // one lower-case letter, pressed with the platform's command modifier
-    std::optional<QString> representedObject;
-    std::vector<MenuEntry> submenu;
+    QString key{};  // one lower-case letter, pressed with the platform's command modifier
+    std::optional<QString> representedObject{};
+    std::vector<MenuEntry> submenu{};
 
     static MenuEntry separatorLine() { return MenuEntry{.separator = true}; }
     bool hasSubmenu() const { return !submenu.empty(); }

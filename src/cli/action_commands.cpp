@@ -36,9 +36,14 @@ std::optional<QString> restartTarget(const QString& word) {
 
 int report(ActionOutcome outcome, const QString& text, Io& io) {
     switch (outcome) {
-        case ActionOutcome::succeeded: io.out << text << '\n'; return exitOk;
-        case ActionOutcome::failed: io.err << text << '\n'; return exitFailure;
-        case ActionOutcome::cancelled: break;
+        case ActionOutcome::succeeded:
+            io.out << text << '\n';
+            return exitOk;
+        case ActionOutcome::failed:
+            io.err << text << '\n';
+            return exitFailure;
+        case ActionOutcome::cancelled:
+            break;
     }
     io.err << "Cancelled.\n";
     return exitCancelled;
@@ -54,8 +59,8 @@ int restartCommand(const QStringList& args, Io& io) {
     const std::optional<QString> label =
         args.size() == 1 ? restartTarget(args.first()) : std::nullopt;
     if (!label) {
-        if (args.size() == 1) io.err << "varnelctl restart: unknown service \"" << args.first()
-                                     << "\"\n\n";
+        if (args.size() == 1)
+            io.err << "varnelctl restart: unknown service \"" << args.first() << "\"\n\n";
         io.err << restartUsage;
         return exitUsage;
     }

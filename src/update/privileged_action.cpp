@@ -25,12 +25,23 @@ QString escapeLiteral(const QString& text) {
     out.reserve(text.size() + 8);
     for (const QChar c : text) {
         switch (c.unicode()) {
-            case u'\\': out += QStringLiteral("\\\\"); break;
-            case u'"': out += QStringLiteral("\\\""); break;
-            case u'\n': out += QStringLiteral("\\n"); break;
-            case u'\r': out += QStringLiteral("\\r"); break;
-            case u'\t': out += QStringLiteral("\\t"); break;
-            default: out += c;
+            case u'\\':
+                out += QStringLiteral("\\\\");
+                break;
+            case u'"':
+                out += QStringLiteral("\\\"");
+                break;
+            case u'\n':
+                out += QStringLiteral("\\n");
+                break;
+            case u'\r':
+                out += QStringLiteral("\\r");
+                break;
+            case u'\t':
+                out += QStringLiteral("\\t");
+                break;
+            default:
+                out += c;
         }
     }
     return out;
@@ -58,7 +69,7 @@ ActionOutcome runWithAdministratorRights(const PrivilegedRequest& request) {
 
 QString serviceName(const QString& launchdLabel) {
     return launchdLabel == QStringLiteral("com.varnel.agent") ? QStringLiteral("Agent")
-                                                                 : launchdLabel;
+                                                              : launchdLabel;
 }
 
 PrivilegedRequest restartRequest(const QString& launchdLabel) {
@@ -80,8 +91,10 @@ QString restartReport(ActionOutcome outcome, const QString& launchdLabel) {
     switch (outcome) {
         case ActionOutcome::succeeded:
             return serviceName(launchdLabel) + QStringLiteral(" restart requested.");
-        case ActionOutcome::failed: return QStringLiteral("Restart failed. See Console for details.");
-        case ActionOutcome::cancelled: break;
+        case ActionOutcome::failed:
+            return QStringLiteral("Restart failed. See Console for details.");
+        case ActionOutcome::cancelled:
+            break;
     }
     return {};
 }
@@ -92,7 +105,8 @@ QString updateReport(ActionOutcome outcome) {
             return QStringLiteral("Update started — installing in the background.");
         case ActionOutcome::failed:
             return QStringLiteral("Could not start update. See the updater log.");
-        case ActionOutcome::cancelled: break;
+        case ActionOutcome::cancelled:
+            break;
     }
     return {};
 }
