@@ -28,9 +28,7 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-int openDescriptors() {
-    return int(QDir(QStringLiteral("/proc/self/fd")).count());
-}
+int openDescriptors() { return int(QDir(QStringLiteral("/proc/self/fd")).count()); }
 
 bool processGone(pid_t pid) {
     for (int i = 0; i < 200; ++i) {
@@ -49,8 +47,8 @@ TEST(CommandRunner, HandsArgumentsOverVerbatimWithoutAShell) {
 
     const QStringList tricky = {QStringLiteral("$HOME"), QStringLiteral("*"),
                                 QStringLiteral("a \"b\" 'c'"), QString(), QStringLiteral("é;|&")};
-    const CommandResult printed =
-        run(QStringLiteral("/usr/bin/printf"), QStringList{QStringLiteral("[%s]")} + tricky);
+    const CommandResult printed = run(QStringLiteral("/usr/bin/printf"),
+                                      QStringList{QStringLiteral("[%s]")} + tricky);
     EXPECT_EQ(printed.code, 0);
     EXPECT_EQ(printed.out, QStringLiteral("[$HOME][*][a \"b\" 'c'][][é;|&]"));
 }
@@ -152,8 +150,7 @@ TEST(CommandRunner, IsSafeFromManyThreadsAtOnce) {
                 const QString word = QStringLiteral("t%1-%2").arg(t).arg(i);
                 switch ((t + i) % 4) {
                     case 0:
-                        if (run(QStringLiteral("/bin/echo"), {word}).out != word + u'\n')
-                            ++failures;
+                        if (run(QStringLiteral("/bin/echo"), {word}).out != word + u'\n') ++failures;
                         break;
                     case 1:
                         if (shell(QStringLiteral("echo %1 >&2; exit 7").arg(word)).code != 7)

@@ -29,7 +29,6 @@ TEST(SandboxRoot, RefusesAValueThatIsNotAnExistingDirectory) {
 
 TEST(SandboxRoot, WithoutARootPathsAreTheirOwn) {
     ASSERT_TRUE(sandbox::root().isEmpty());
-    EXPECT_EQ(sandbox::hostPath(QStringLiteral("/usr/bin/pgrep")),
-              QStringLiteral("/usr/bin/pgrep"));
+    EXPECT_EQ(sandbox::hostPath(QStringLiteral("/usr/bin/pgrep")), QStringLiteral("/usr/bin/pgrep"));
     EXPECT_EQ(sandbox::suitePath(QStringLiteral("/var/log/x")), QStringLiteral("/var/log/x"));
 }
