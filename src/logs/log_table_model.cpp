@@ -1,0 +1,88 @@
+#include "logs/log_table_model.h"
+
+#include <QFontDatabase>
+
+#include "app/system_palette.h"
+
+namespace varnel {
+
+QFont logCellFont() {
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    font.setPointSizeF(11);
+    font.setWeight(QFont::Normal);
+    return font;
+}
+
+LogTableModel::LogTableModel(QObject* parent)
+    : QAbstractTableModel(parent), cellFont_(logCellFont()), levelFont_(cellFont_) {
+    levelFont_.setWeight(QFont::Bold);
+}
+
+void LogTableModel::setContent(LogRows rows, QList<qsizetype> shown) {
+    beginResetModel();
+    rows_ = std::move(rows);
+    shown_ = std::move(shown);
+    endResetModel();
+}
+
+int LogTableModel::rowCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : int(shown_.size());
+}
+
+int LogTableModel::columnCount(const QModelIndex& parent) const {
+    return parent.isValid() ? 0 : columnCount_;
+}
+
+QVariant LogTableModel::data(const QModelIndex& index, int role) const {
+    if (!index.isValid() || index.row() >= shown_.size()) return {};
+    const LogRowView row = rowAt(index.row());
+    const int column = index.column();
+    switch (role) {
+        case Qt::DisplayRole:
+            switch (column) {
+                case timeColumn:
+                    return row.time.toString();
+                case levelColumn:
+                    return row.level.toString();
+                case sourceColumn:
+                    return row.source.toString();
+                default:
+                    return row.message.toString();
+            }
+        case Qt::ForegroundRole:
+            switch (column) {
+                case timeColumn:
+                case sourceColumn:
+                    return resolve(SystemColor::secondaryLabel);
+                case levelColumn:
+                    return resolve(levelColor(row.level));
+                default:
+                    return resolve(messageColor(row.level));
+            }
+        case Qt::FontRole:
+            return column == levelColumn ? levelFont_ : cellFont_;
+        case Qt::ToolTipRole:
+            if (column == messageColumn) return row.raw.toString();
+            return {};
+        default:
+            return {};
+    }
+}
+
+QVariant LogTableModel::headerData(int section, Qt::Orientation orientation, int role) const {
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
+    switch (section) {
+        case timeColumn:
+            return QStringLiteral("Time");
+        case levelColumn:
+            return QStringLiteral("Level");
+        case sourceColumn:
+            return QStringLiteral("Source");
+        case messageColumn:
+            return QStringLiteral("Message");
+        default:
+            return {};
+    }
+}
+
+}  // namespace varnel

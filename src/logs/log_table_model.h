@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QAbstractTableModel>
+#include <QFont>
+#include <QList>
+
+#include "logs/log_rows.h"
+
+namespace varnel {
+
+// The table's view of one load: every row stays in `rows`, the table shows the
+// ones listed in `shown`, in that order. Text, colours, fonts and tool tips come
+// from here; which rows pass and which colour a level gets are decided in core.
+class LogTableModel : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    enum Column { timeColumn, levelColumn, sourceColumn, messageColumn, columnCount_ };
+
+    explicit LogTableModel(QObject* parent = nullptr);
+
+    // Replaces everything at once (a model reset).
+    void setContent(LogRows rows, QList<qsizetype> shown);
+
+    const LogRows& rows() const { return rows_; }
+    const QList<qsizetype>& shown() const { return shown_; }
+    // The row behind a table row; `tableRow` must be below rowCount().
+    LogRowView rowAt(int tableRow) const { return rows_[shown_.at(tableRow)]; }
+
+    const QFont& cellFont() const { return cellFont_; }
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+
+private:
+    LogRows rows_;
+    QList<qsizetype> shown_;
+    QFont cellFont_;
+    QFont levelFont_;
+};
+
+// The system's monospaced font at 11 points, the face of every cell.
+QFont logCellFont();
+
+}  // namespace varnel
