@@ -34,8 +34,14 @@ protected:
     }
     void TearDown() override { QThreadPool::globalInstance()->waitForDone(20'000); }
 
-    // Refreshes and waits for the results to be stored.
+    // Lets earlier work deliver its results, then refreshes and waits for this
+    // refresh's results to be stored.
+    static void settle() {
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::processEvents();
+    }
     static void refreshAndWait(AppDelegate& delegate) {
+        settle();
         QSignalSpy stored(&delegate, &AppDelegate::refreshed);
         delegate.refresh();
         ASSERT_TRUE(stored.wait(20'000));
@@ -149,8 +155,7 @@ TEST_F(Delegate, RestartAndUpdateAskForApprovalReportAndScheduleRefreshes) {
     const QList<int> none;
 
     delegate.restartService(std::nullopt);
-    QThreadPool::globalInstance()->waitForDone();
-    QCoreApplication::processEvents();
+    settle();
     EXPECT_TRUE(sim.calls(QStringLiteral("osascript")).isEmpty());
     EXPECT_EQ(pendingRefreshes(delegate), none);
 
@@ -170,8 +175,9 @@ TEST_F(Delegate, RestartAndUpdateAskForApprovalReportAndScheduleRefreshes) {
     sim.setOsascriptAnswer(SimSuite::Answer::cancel);
     delegate.checkForUpdates();
     const QList<int> afterUpdate{1500, 4000, 12'000, 30'000};
-    for (QElapsedTimer clock; pendingRefreshes(delegate) != afterUpdate && !clock.hasExpired(20'000);)
-        QTest::qWait(20);
+    QElapsedTimer clock;
+    clock.start();
+    while (pendingRefreshes(delegate) != afterUpdate && !clock.hasExpired(20'000)) QTest::qWait(20);
     EXPECT_EQ(pendingRefreshes(delegate), afterUpdate);
     EXPECT_TRUE(reports.isEmpty());  // a cancel is not reported
     EXPECT_TRUE(sim.calls(QStringLiteral("osascript"))
@@ -217,8 +223,7 @@ TEST_F(Delegate, RemovesItselfAtTheSecondRefreshInARowWithoutItsExecutable) {
     EXPECT_EQ(QCoreApplication::exec(), 0);  // 99: it never asked to quit
     EXPECT_EQ(sim.calls(QStringLiteral("launchctl")).filter(QStringLiteral("bootout")),
               QStringList{QStringLiteral("bootout gui/%1/com.varnel.tray").arg(::getuid())});
-    QThreadPool::globalInstance()->waitForDone();
-    QCoreApplication::processEvents();
+    settle();
     EXPECT_EQ(stored.count(), 0);  // nothing was probed
 }
 
