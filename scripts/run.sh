@@ -1,13 +1,45 @@
 #!/usr/bin/env bash
-# Builds varnelctl and shows the status of a simulated suite (sim/, scenario demo;
-# pass healthy or empty to see the others).
+# Builds the tray application and starts it on a live simulated suite (sim/):
+# services in mixed states, certificates, an update waiting, logs that keep
+# growing, and the log window open. Ctrl-C stops it and everything it started.
+# Usage: scripts/run.sh [demo|healthy|empty]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/deps.sh build >&2
-cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DVARNEL_BUILD_TESTS=OFF \
-    -DVARNEL_BUILD_BENCH=OFF >/dev/null
-cmake --build build --target varnelctl >&2
+scripts/deps.sh demo >&2
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DVARNEL_WERROR=ON >/dev/null
+cmake --build build --target VarnelStatus varnelctl >&2
+
 suite=build/sim-suite
 sim/make-suite.sh "$suite" "${1:-demo}"
-echo "Simulated suite in $suite; for scripts: VARNEL_ROOT=$suite build/src/cli/varnelctl status --json" >&2
-VARNEL_ROOT=$suite build/src/cli/varnelctl status || true
+suite=$(cd "$suite" && pwd)
+status() { VARNEL_ROOT=$suite build/src/cli/varnelctl status || true; }
+
+children=()
+stop() {
+    trap - EXIT
+    for pid in "${children[@]}"; do kill "$pid" 2>/dev/null || true; done
+    wait 2>/dev/null || true
+}
+trap stop EXIT
+trap 'exit 130' INT TERM
+
+if [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
+    echo "There is no display here, so no menu bar for the status item. This is what it shows:" >&2
+    status
+    exit 0
+fi
+
+sim/log-writer.sh "$suite" &
+children+=($!)
+errors=$suite/.sim/app.stderr
+VARNEL_ROOT=$suite build/src/app/VarnelStatus --open-logs 2> >(tee "$errors" >&2) &
+app=$!
+children+=("$app")
+sleep 2
+if grep -q "no system tray" "$errors"; then
+    echo "This display has no system tray, so the status item cannot be shown. This is what it shows:" >&2
+    status
+    exit 0
+fi
+echo "Varnel Status is running on the simulated suite in $suite. Ctrl-C stops it." >&2
+wait "$app"
