@@ -6,12 +6,12 @@
 #include <QAction>
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
 #include <QSignalSpy>
-#include <QTest>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QThreadPool>
 #include <QTimer>
 
@@ -49,7 +49,8 @@ protected:
 
     static QList<int> pendingRefreshes(const AppDelegate& delegate) {
         QList<int> delays;
-        for (const QTimer* timer : delegate.findChildren<QTimer*>(QStringLiteral("scheduledRefresh")))
+        for (const QTimer* timer :
+             delegate.findChildren<QTimer*>(QStringLiteral("scheduledRefresh")))
             if (timer->isActive()) delays << timer->interval();
         std::sort(delays.begin(), delays.end());
         return delays;
@@ -85,7 +86,8 @@ TEST_F(Delegate, StartsWithTheIconTheMenuAndOneRefreshUnderWay) {
 
     ASSERT_TRUE(stored.wait(20'000));
     EXPECT_EQ(delegate.latest().size(), 9);
-    EXPECT_EQ(delegate.statusItem()->toolTip(), QStringLiteral("Varnel — Needs attention (6/9 up)"));
+    EXPECT_EQ(delegate.statusItem()->toolTip(),
+              QStringLiteral("Varnel — Needs attention (6/9 up)"));
     EXPECT_EQ(delegate.menu()->actions()[1]->text(), QStringLiteral("Status: Needs attention"));
 }
 
@@ -136,7 +138,8 @@ TEST_F(Delegate, OpeningTheMenuProbesAfreshAndDotsKeepTheirColourWhenDisabled) {
 
     delegate.menu()->popup(QPoint(0, 0));  // aboutToShow: a synchronous snapshot
     EXPECT_EQ(delegate.latest()[3].health, Health::running);
-    EXPECT_EQ(delegate.statusItem()->toolTip(), QStringLiteral("Varnel — Needs attention (7/9 up)"));
+    EXPECT_EQ(delegate.statusItem()->toolTip(),
+              QStringLiteral("Varnel — Needs attention (7/9 up)"));
     delegate.menu()->hide();
 
     const QAction* status = delegate.menu()->actions()[1];
@@ -247,4 +250,31 @@ TEST(VarnelStatusProgram, RunsOffscreenOnASuiteAndQuitsWhenUninstalled) {
     ASSERT_TRUE(calls.open(QIODevice::ReadOnly));
     EXPECT_EQ(QString::fromUtf8(calls.readAll()).count(QStringLiteral("bootout gui/")), 1);
     EXPECT_TRUE(app.readAllStandardError().contains("no system tray"));
+}
+
+TEST_F(Delegate, OverlappingRefreshesEachStoreTheirResults) {
+    AppDelegate delegate({QStringLiteral("VarnelStatus")}, iconDir.path());
+    delegate.applicationDidFinishLaunching();
+    settle();
+    QSignalSpy stored(&delegate, &AppDelegate::refreshed);
+    for (int i = 0; i < 6; ++i) delegate.refresh();
+    delegate.refreshNow();
+    settle();
+    EXPECT_EQ(stored.count(), 7);
+    EXPECT_EQ(delegate.latest().size(), 9);
+    EXPECT_EQ(delegate.statusItem()->toolTip(),
+              QStringLiteral("Varnel — Needs attention (6/9 up)"));
+}
+
+TEST_F(Delegate, ResultsArrivingAfterTheDelegateIsGoneAreDropped) {
+    sim.setOsascriptAnswer(SimSuite::Answer::approve);
+    for (int round = 0; round < 5; ++round) {
+        auto* delegate = new AppDelegate({QStringLiteral("VarnelStatus")}, iconDir.path());
+        delegate->refresh();
+        delegate->restartService(QStringLiteral("com.varnel.agent"));
+        delegate->updateNow();
+        delete delegate;
+    }
+    settle();  // the work finishes and its deliveries find nobody: no crash, no report
+    EXPECT_EQ(sim.calls(QStringLiteral("osascript")).size(), 10);
 }

@@ -128,6 +128,14 @@ void SimSuite::removeTool(const QString& toolPath) {
     QFile::remove(hostPath(toolPath));
 }
 
+void SimSuite::replaceTool(const QString& toolPath, const QByteArray& script) {
+    writeHostFile(hostPath(toolPath), script);
+    QFile::setPermissions(hostPath(toolPath), QFile::ReadOwner | QFile::WriteOwner |
+                                                  QFile::ExeOwner | QFile::ReadGroup |
+                                                  QFile::ExeGroup | QFile::ReadOther |
+                                                  QFile::ExeOther);
+}
+
 void SimSuite::writeFile(const QString& suitePath, const QByteArray& bytes) {
     writeHostFile(hostPath(suitePath), bytes);
 }

@@ -55,6 +55,8 @@ public:
 
     // Removes a system tool (its suite path, e.g. "/usr/bin/pgrep").
     void removeTool(const QString& toolPath);
+    // Puts an executable script of one's own in a system tool's place.
+    void replaceTool(const QString& toolPath, const QByteArray& script);
 
     // The suite's files, by suite path. writeFile creates missing folders.
     void writeFile(const QString& suitePath, const QByteArray& bytes);
