@@ -132,6 +132,14 @@ TEST(LogRows, Filter) {
     EXPECT_EQ(filterRows(rows, all, "CAF\u00c9"), QList<qsizetype>{3});
     EXPECT_EQ(filterRows(rows, all, "kelvin"), QList<qsizetype>{3});
     EXPECT_EQ(filterRows(rows, all, "e"), (QList<qsizetype>{0, 1, 2, 3, 4}));
+
+    // '[' and '{', '@' and '`' differ only in bit 0x20: near misses stay misses.
+    const LogRows near =
+        LogRows::build(QStringLiteral("svc: a {2024 `at` and a longer tail of text\n"));
+    EXPECT_TRUE(filterRows(near, all, "[2024").isEmpty());
+    EXPECT_TRUE(filterRows(near, all, "@at").isEmpty());
+    EXPECT_EQ(filterRows(near, all, "{2024 `AT"), QList<qsizetype>{0});
+    EXPECT_EQ(filterRows(near, all, "OF TEXT"), QList<qsizetype>{0});
 }
 
 TEST(LogRows, FilterMatchesPlainLowerCasing) {
