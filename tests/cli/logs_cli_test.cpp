@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <QDeadlineTimer>
@@ -38,19 +37,11 @@ protected:
 
     QString host(const QString& suitePath) const { return root_.path() + suitePath; }
 
-    void write(const QString& suitePath, const QByteArray& bytes, qint64 mtime = 1'714'557'600) {
+    void write(const QString& suitePath, const QByteArray& bytes,
+               QIODevice::OpenMode mode = QIODevice::WriteOnly) {
         ASSERT_TRUE(QDir().mkpath(QFileInfo(host(suitePath)).path()));
         QFile f(host(suitePath));
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
-        f.close();
-        const timeval times[2] = {{mtime, 0}, {mtime, 0}};
-        ASSERT_EQ(::utimes(QFile::encodeName(host(suitePath)).constData(), times), 0);
-    }
-
-    void append(const QString& suitePath, const QByteArray& bytes) {
-        QFile f(host(suitePath));
-        ASSERT_TRUE(f.open(QIODevice::Append));
+        ASSERT_TRUE(f.open(mode));
         f.write(bytes);
     }
 
@@ -73,20 +64,14 @@ protected:
                 QString::fromUtf8(process.readAllStandardError())};
     }
 
-    static QList<QJsonObject> jsonLines(const QString& text) {
-        QList<QJsonObject> out;
-        for (const QString& line : text.split(u'\n', Qt::SkipEmptyParts)) {
-            QJsonParseError error{};
-            const QJsonDocument doc = QJsonDocument::fromJson(line.toUtf8(), &error);
-            EXPECT_EQ(error.error, QJsonParseError::NoError) << line.toStdString();
-            out << doc.object();
-        }
-        return out;
-    }
-
-    static QStringList field(const QList<QJsonObject>& rows, const char* key) {
+    // One field of every JSON line.
+    static QStringList field(const QString& jsonLines, const char* key) {
         QStringList out;
-        for (const QJsonObject& row : rows) out << row.value(QLatin1String(key)).toString();
+        for (const QString& line : jsonLines.split(u'\n', Qt::SkipEmptyParts)) {
+            const QJsonObject row = QJsonDocument::fromJson(line.toUtf8()).object();
+            EXPECT_EQ(row.keys(), QStringList({"level", "message", "raw", "source", "time"}));
+            out << row.value(QLatin1String(key)).toString();
+        }
         return out;
     }
 
@@ -94,21 +79,16 @@ protected:
 };
 
 TEST_F(LogsCli, ListsTheDiscoveredLogsAsTextOrJson) {
-    Result r = run({"logs", "list"});
-    EXPECT_EQ(r.code, 0);
-    EXPECT_EQ(r.out, QString());
     EXPECT_EQ(run({"logs", "list", "--json"}).out, QStringLiteral("[]\n"));
-
     write(proxyLog, "x\n");
     write(agentLog, "x\n");
-    r = run({"logs", "list"});
+    Result r = run({"logs", "list"});
     EXPECT_EQ(r.code, 0);
     EXPECT_EQ(r.out, QStringLiteral("Agent \u2014 output\t") + agentLog + "\nproxy.log\t" +
                          proxyLog + "\n");
-    EXPECT_FALSE(r.out.contains(root_.path()));
 
-    r = run({"logs", "list", "--json"});
-    const QJsonArray array = QJsonDocument::fromJson(r.out.toUtf8()).array();
+    const QJsonArray array =
+        QJsonDocument::fromJson(run({"logs", "list", "--json"}).out.toUtf8()).array();
     ASSERT_EQ(array.size(), 2);
     EXPECT_EQ(array[0].toObject().value("title").toString(), QStringLiteral("Agent \u2014 output"));
     EXPECT_EQ(array[1].toObject().value("path").toString(), proxyLog);
@@ -116,28 +96,18 @@ TEST_F(LogsCli, ListsTheDiscoveredLogsAsTextOrJson) {
 
 TEST_F(LogsCli, ParseGivesOneObjectPerInputLine) {
     // No folding, no skipping; a final line feed adds no line; bad UTF-8 is replaced.
-    const QByteArray input =
-        "2024-05-01 10:00:00 ERROR: disk full\n    at x\n\n"
-        "{\"lvl\":\"err\",\"msg\":\"j\"}\nbad \xff byte\n";
-    Result r = run({"logs", "parse"}, input);
+    const Result r = run({"logs", "parse"},
+                         "2024-05-01 10:00:00 ERROR: disk full\n    at x\n\n"
+                         "{\"lvl\":\"err\",\"msg\":\"j\"}\nbad \xff byte\n");
     EXPECT_EQ(r.code, 0);
-    const QList<QJsonObject> rows = jsonLines(r.out);
-    ASSERT_EQ(rows.size(), 5);
-    EXPECT_EQ(rows[0].keys(), QStringList({"level", "message", "raw", "source", "time"}));
-    EXPECT_EQ(field(rows, "time"), QStringList({"2024-05-01 10:00:00", "", "", "", ""}));
-    EXPECT_EQ(field(rows, "level"), QStringList({"ERROR", "", "", "ERROR", ""}));
-    EXPECT_EQ(field(rows, "message"),
+    EXPECT_EQ(field(r.out, "time"), QStringList({"2024-05-01 10:00:00", "", "", "", ""}));
+    EXPECT_EQ(field(r.out, "level"), QStringList({"ERROR", "", "", "ERROR", ""}));
+    EXPECT_EQ(field(r.out, "message"),
               QStringList({": disk full", "at x", "", "j", QStringLiteral("bad \uFFFD byte")}));
-    EXPECT_EQ(field(rows, "raw")[1], QStringLiteral("at x"));
-    EXPECT_TRUE(r.out.startsWith(QStringLiteral("{\"time\":")));
 
     const QString file = root_.filePath("lines.txt");
-    QFile f(file);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write("one\ntwo");
-    f.close();
-    EXPECT_EQ(field(jsonLines(run({"logs", "parse", file}).out), "message"),
-              QStringList({"one", "two"}));
+    write(QStringLiteral("/lines.txt"), "one\ntwo");
+    EXPECT_EQ(field(run({"logs", "parse", file}).out, "raw"), QStringList({"one", "two"}));
     EXPECT_EQ(run({"logs", "parse", "-"}, "\n").out.count(u'\n'), 1);
     EXPECT_EQ(run({"logs", "parse"}, "").out, QString());
     EXPECT_EQ(run({"logs", "parse", root_.filePath("missing")}).code, 1);
@@ -148,28 +118,21 @@ TEST_F(LogsCli, ShowPrintsTheViewersRowsWithTheStatusLineOnStderr) {
     Result r = run({"logs", "show"});
     EXPECT_EQ(r.code, 0);
     EXPECT_EQ(r.err, QStringLiteral("4 of 4 lines \u00B7 ") + agentLog + "\n");
-    const QStringList lines = r.out.split(u'\n', Qt::SkipEmptyParts);
-    ASSERT_EQ(lines.size(), 4);
-    EXPECT_EQ(lines[0],
-              QStringLiteral("2024-05-01 10:00:00  INFO   agent::proxy  connection accepted"));
-    EXPECT_EQ(lines[2],
-              QStringLiteral("2024-05-01 10:00:02  ERROR  tls           handshake failed  "
-                             "\u27F6  at tls.Handshake(conn:12)"));
-    EXPECT_EQ(lines[3], QStringLiteral("2024-05-01 10:00:03  DEBUG                poll done"));
-    EXPECT_FALSE(r.out.contains(u'\x1b'));  // not a terminal
+    // Aligned columns; no colour, since the output is not a terminal.
+    EXPECT_EQ(r.out,
+              QStringLiteral("2024-05-01 10:00:00  INFO   agent::proxy  connection accepted\n"
+                             "2024-05-01 10:00:01  WARN   watcher       socket closed\n"
+                             "2024-05-01 10:00:02  ERROR  tls           handshake failed  \u27F6  "
+                             "at tls.Handshake(conn:12)\n"
+                             "2024-05-01 10:00:03  DEBUG                poll done\n"));
 
-    // Exact level, case-blind search of time, level, source and message, JSON rows.
+    // An exact level; a search of time, level, source and message that ignores case.
     r = run({"logs", "show", "--level", "warn", "--json", agentLog});
-    EXPECT_EQ(field(jsonLines(r.out), "message"), QStringList{"socket closed"});
+    EXPECT_EQ(field(r.out, "message"), QStringList{"socket closed"});
     EXPECT_EQ(r.err, QStringLiteral("1 of 4 lines \u00B7 ") + agentLog + "\n");
-    r = run({"logs", "show", "--search=HANDSHAKE", "--json"});
-    const QList<QJsonObject> rows = jsonLines(r.out);
-    ASSERT_EQ(rows.size(), 1);
-    EXPECT_EQ(rows[0].value("raw").toString(),
-              QStringLiteral("2024-05-01 10:00:02 ERROR tls: handshake failed\n"
-                             "    at tls.Handshake(conn:12)"));
-    EXPECT_EQ(run({"logs", "show", "--search", "tls.handshake(", "--level", "all"}).err,
-              QStringLiteral("1 of 4 lines \u00B7 ") + agentLog + "\n");
+    EXPECT_EQ(field(run({"logs", "show", "--search=HANDSHAKE(", "--json"}).out, "raw"),
+              QStringList{"2024-05-01 10:00:02 ERROR tls: handshake failed\n"
+                          "    at tls.Handshake(conn:12)"});
 }
 
 TEST_F(LogsCli, ShowResolvesHintsAndReportsWhatCannotBeRead) {
@@ -180,41 +143,27 @@ TEST_F(LogsCli, ShowResolvesHintsAndReportsWhatCannotBeRead) {
     write(agentLog, sample);
     write(proxyLog, "2024-05-01 11:00:00 INFO proxy up\n");
     r = run({"logs", "show", "--json", "hint:proxy"});
-    EXPECT_EQ(r.code, 0);
-    EXPECT_EQ(field(jsonLines(r.out), "message"), QStringList{"proxy up"});
+    EXPECT_EQ(field(r.out, "message"), QStringList{"proxy up"});
     EXPECT_TRUE(r.err.endsWith(proxyLog + "\n"));
 
-    // A named log that is not there gives the viewer's warning row and status 1.
+    // The viewer's warning row, and status 1.
     const QString missing = QStringLiteral("/Library/Logs/Varnel/none.log");
     r = run({"logs", "show", missing});
     EXPECT_EQ(r.code, 1);
     EXPECT_EQ(r.out, QStringLiteral("WARN  Log file does not exist yet.\n"));
     EXPECT_EQ(r.err, QStringLiteral("1 of 1 lines \u00B7 ") + missing + "\n");
 
-    if (::geteuid() != 0) {
-        ASSERT_TRUE(QFile::setPermissions(host(proxyLog), QFileDevice::WriteOwner));
-        r = run({"logs", "show", "--json", proxyLog});
-        EXPECT_EQ(r.code, 1);
-        EXPECT_EQ(field(jsonLines(r.out), "level"), QStringList{"WARN"});
-        EXPECT_TRUE(field(jsonLines(r.out), "message")[0].startsWith("Cannot read this log"));
-    }
-
     r = run({"logs", "show", "--level", "NOTICE"});
     EXPECT_EQ(r.code, 64);
     EXPECT_TRUE(r.err.contains(QStringLiteral("Usage: varnelctl logs")));
     EXPECT_EQ(run({"logs", "show", "a", "b"}).code, 64);
-    EXPECT_EQ(run({"logs", "frobnicate"}).code, 64);
-    r = run({"logs", "--help"});
-    EXPECT_EQ(r.code, 0);
-    EXPECT_TRUE(r.out.contains(QStringLiteral("varnelctl logs show")));
+    EXPECT_TRUE(run({"logs", "--help"}).out.contains(QStringLiteral("varnelctl logs show")));
 }
 
 TEST_F(LogsCli, FollowPrintsNewRowsUntilTerminated) {
     write(agentLog, sample);
     QProcess process;
     start(process, {"logs", "show", "--follow", "--json"});
-    ASSERT_TRUE(process.waitForStarted());
-
     QString out;
     const auto waitFor = [&](qsizetype lines) {
         QDeadlineTimer deadline(10'000);
@@ -226,21 +175,21 @@ TEST_F(LogsCli, FollowPrintsNewRowsUntilTerminated) {
     };
     ASSERT_EQ(waitFor(4), 4);
 
-    append(agentLog, "2024-05-01 10:00:04 ERROR late\n    at late.Frame(x:1)\n");
+    write(agentLog, "2024-05-01 10:00:04 ERROR late\n    at late.Frame(x:1)\n", QIODevice::Append);
     ASSERT_EQ(waitFor(5), 5);
     QThread::msleep(1500);  // a second poll: the folded frame is not new again
-    append(agentLog, "2024-05-01 10:00:05 INFO later\n");
+    write(agentLog, "2024-05-01 10:00:05 INFO later\n", QIODevice::Append);
     ASSERT_EQ(waitFor(6), 6);
-    EXPECT_EQ(field(jsonLines(out), "message").mid(4),
+    EXPECT_EQ(field(out, "message").mid(4),
               QStringList({QStringLiteral("late  \u27F6  at late.Frame(x:1)"), "later"}));
 
-    // Replaced (rotated): read again from the start, and said so.
+    // Replaced, as by rotation: read again from the start, and said so.
     write(QStringLiteral("/fresh.log"), "2024-05-01 12:00:00 INFO fresh\n");
     ASSERT_EQ(::rename(QFile::encodeName(host(QStringLiteral("/fresh.log"))).constData(),
                        QFile::encodeName(host(agentLog)).constData()),
               0);
     ASSERT_EQ(waitFor(7), 7);
-    EXPECT_EQ(field(jsonLines(out), "message").last(), QStringLiteral("fresh"));
+    EXPECT_EQ(field(out, "message").last(), QStringLiteral("fresh"));
 
     process.terminate();
     ASSERT_TRUE(process.waitForFinished(5'000));
