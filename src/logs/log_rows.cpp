@@ -1,6 +1,12 @@
 #include "logs/log_rows.h"
 
 #include <array>
+#include <optional>
+#include <system_error>
+#include <thread>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <vector>
 
 namespace varnel {
@@ -83,6 +89,11 @@ Ref sideRef(qsizetype at, qsizetype size) {
 // Turns parsed lines into records and folds continuation lines into the
 // time-stamped row before them. Folds are collected and written once when the
 // row is complete, so a long stack trace costs linear time and space.
+struct Fold {
+    Ref message;  // the continuation's trimmed message
+    Ref line;     // the line as read, in the text
+};
+
 class Builder {
 public:
     explicit Builder(LogRows::Data& d) : d_(d) {}
@@ -98,14 +109,22 @@ public:
         const bool continuation =
             line.front().isSpace() || trimmed.startsWith(u"at ") || trimmed.startsWith(u"in ");
         const bool stamped = spans.time.size > 0;
+        Ref trimmedRef = record.fields[kMessage];
+        if ((trimmedRef.at >> kBaseShift) != kFixedWord) {
+            trimmedRef.at += quint32(trimmed.data() - message.data());
+            trimmedRef.size = quint32(trimmed.size());
+        }
+        const Fold fold{trimmedRef, {quint32(lineAt), quint32(line.size())}};
         if (!stamped && continuation && lastStamped_) {
-            Ref trimmedRef = record.fields[kMessage];
-            if ((trimmedRef.at >> kBaseShift) != kFixedWord) {
-                trimmedRef.at += quint32(trimmed.data() - message.data());
-                trimmedRef.size = quint32(trimmed.size());
-            }
-            folds_.push_back({trimmedRef, {quint32(lineAt), quint32(line.size())}});
+            folds_.push_back(fold);
             return;
+        }
+        // Rows that would fold into a row before this stretch of lines, if
+        // that row has a time stamp; see appendPart().
+        if (!anchored_ && !stamped && continuation) {
+            leading_.push_back(fold);
+        } else {
+            anchored_ = true;
         }
         finishLast();
         d_.records.push_back(record);
@@ -114,12 +133,29 @@ public:
 
     void finish() { finishLast(); }
 
-private:
-    struct Fold {
-        Ref message;  // the continuation's trimmed message
-        Ref line;     // the line as read, in the text
-    };
+    // Appends the rows another builder made from the lines that follow this
+    // builder's, over the same text.
+    void appendPart(LogRows::Data& part, const Builder& partBuilder) {
+        const quint32 shift = quint32(d_.side.size());
+        d_.side.append(part.side);
+        auto rebase = [shift](Ref& ref) {
+            if ((ref.at >> kBaseShift) == kInSide) ref.at += shift;
+        };
+        for (Record& record : part.records)
+            for (Ref& ref : record.fields) rebase(ref);
+        size_t skip = 0;
+        if (lastStamped_ && !d_.records.empty() && !partBuilder.leading_.empty()) {
+            folds_ = partBuilder.leading_;
+            for (Fold& f : folds_) rebase(f.message);
+            skip = folds_.size();
+            finishLast();
+        }
+        d_.records.insert(d_.records.end(), part.records.begin() + qsizetype(skip),
+                          part.records.end());
+        if (part.records.size() > skip) lastStamped_ = partBuilder.lastStamped_;
+    }
 
+private:
     static const Span& spanOf(const LogParser::Spans& s, int field) {
         switch (field) {
             case kTime:
@@ -198,7 +234,26 @@ private:
     LogRows::Data& d_;
     std::vector<Fold> folds_;
     bool lastStamped_ = false;
+    bool anchored_ = false;
+    std::vector<Fold> leading_;
 };
+
+void addLines(Builder& builder, QStringView all, qsizetype from, qsizetype to) {
+    qsizetype at = from;
+    while (at < to) {
+        qsizetype lineEnd = all.indexOf(u'\n', at);
+        if (lineEnd < 0 || lineEnd > to) lineEnd = to;
+        QStringView line = all.sliced(at, lineEnd - at);
+        // A carriage return before the line feed belongs to the line end.
+        if (line.endsWith(u'\r')) line.chop(1);
+        if (!isBlankOnly(line)) builder.add(line, at);
+        at = lineEnd + 1;
+    }
+    builder.finish();
+}
+
+// Below this a second thread costs more than it saves.
+constexpr qsizetype kParallelFrom = qsizetype(1) << 18;
 
 }  // namespace
 
@@ -218,17 +273,27 @@ LogRows LogRows::build(QString text) {
     data->text = std::move(text);
     const QStringView all(data->text);
     Builder builder(*data);
-    qsizetype at = 0;
-    while (at < all.size()) {
-        qsizetype lineEnd = all.indexOf(u'\n', at);
-        if (lineEnd < 0) lineEnd = all.size();
-        QStringView line = all.sliced(at, lineEnd - at);
-        // A carriage return before the line feed belongs to the line end.
-        if (line.endsWith(u'\r')) line.chop(1);
-        if (!isBlankOnly(line)) builder.add(line, at);
-        at = lineEnd + 1;
+
+    // The second half of the lines is parsed on another thread into its own
+    // records and side buffer (sharing the text), then appended.
+    const qsizetype middle =
+        all.size() >= kParallelFrom ? all.indexOf(u'\n', all.size() / 2) + 1 : 0;
+    if (middle > 0) {
+        Data part;
+        part.text = data->text;
+        Builder partBuilder(part);
+        std::optional<std::thread> worker;
+        try {
+            worker.emplace([&] { addLines(partBuilder, all, middle, all.size()); });
+        } catch (const std::system_error&) {
+            addLines(partBuilder, all, middle, all.size());
+        }
+        addLines(builder, all, 0, middle);
+        if (worker) worker->join();
+        builder.appendPart(part, partBuilder);
+    } else {
+        addLines(builder, all, 0, all.size());
     }
-    builder.finish();
     data->records.shrink_to_fit();
     data->side.squeeze();
     LogRows rows;
@@ -267,35 +332,57 @@ qsizetype LogRows::memoryBytes() const {
 namespace {
 
 // Finds an ASCII lower-case needle in ASCII text, ignoring case: for ASCII,
-// lower-casing the text first gives exactly this.
+// lower-casing the text first gives exactly this. Candidates are found eight
+// positions at a time by their first two characters with bit 0x20 set (equal
+// letters in any case agree there, a few other pairs too), then checked.
 class AsciiFinder {
 public:
-    explicit AsciiFinder(QStringView needle) : needle_(needle) {
-        if (needle.isEmpty()) return;
-        first_ = needle.front().unicode();
-        firstUpper_ = (first_ >= u'a' && first_ <= u'z') ? char16_t(first_ - 0x20) : first_;
-    }
+    explicit AsciiFinder(QStringView needle) : needle_(needle) {}
 
     bool foundIn(QStringView text) const {
         const qsizetype m = needle_.size();
         const qsizetype last = text.size() - m;
+        if (m == 0 || last < 0) return m == 0;
         const char16_t* h = text.utf16();
-        const char16_t* n = needle_.utf16();
-        for (qsizetype i = 0; i <= last; ++i) {
-            if (h[i] != first_ && h[i] != firstUpper_) continue;
-            qsizetype k = 1;
-            while (k < m && lower(h[i + k]) == n[k]) ++k;
-            if (k == m) return true;
+        qsizetype i = 0;
+#if defined(__SSE2__)
+        if (m >= 2) {
+            const __m128i bit = _mm_set1_epi16(0x20);
+            const __m128i first = _mm_set1_epi16(short(needle_[0].unicode() | 0x20));
+            const __m128i second = _mm_set1_epi16(short(needle_[1].unicode() | 0x20));
+            // Reads h[i .. i + 8]; i + 7 <= last keeps that inside the text.
+            for (; i + 7 <= last; i += 8) {
+                const __m128i a =
+                    _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i)), bit);
+                const __m128i b =
+                    _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + 1)), bit);
+                unsigned mask = unsigned(_mm_movemask_epi8(
+                    _mm_and_si128(_mm_cmpeq_epi16(a, first), _mm_cmpeq_epi16(b, second))));
+                while (mask != 0) {
+                    const int lane = __builtin_ctz(mask) / 2;
+                    if (matchesAt(h + i + lane)) return true;
+                    mask &= ~(3u << (2 * lane));
+                }
+            }
         }
+#endif
+        for (; i <= last; ++i)
+            if (matchesAt(h + i)) return true;
         return false;
     }
 
 private:
-    static char16_t lower(char16_t c) { return (c >= u'A' && c <= u'Z') ? char16_t(c + 0x20) : c; }
+    static char16_t lower(char16_t c) {
+        return (c >= u'A' && c <= u'Z') ? char16_t(c + 0x20) : c;
+    }
+
+    bool matchesAt(const char16_t* at) const {
+        for (qsizetype k = 0; k < needle_.size(); ++k)
+            if (lower(at[k]) != needle_[k].unicode()) return false;
+        return true;
+    }
 
     QStringView needle_;
-    char16_t first_ = 0;
-    char16_t firstUpper_ = 0;
 };
 
 bool lowerContains(QStringView field, const QString& needle) {
