@@ -6,6 +6,7 @@
 
 #include "cli/action_commands.h"
 #include "cli/cli_io.h"
+#include "cli/logs_command.h"
 #include "cli/status_command.h"
 #include "monitor/sandbox.h"
 
@@ -21,6 +22,7 @@ const char* const usage =
     "Commands:\n"
     "  status         probe the services, versions and certificates once (--json for\n"
     "                 scripts); exit 0 running, 1 needs attention, 2 stopped, 3 unknown\n"
+    "  logs           list the suite's logs, show one of them, or take log lines apart\n"
     "  restart LABEL  restart a service (administrator approval)\n"
     "  update         start the suite's updater now (administrator approval)\n"
     "\n"
@@ -37,6 +39,7 @@ struct Command {
 
 const Command commands[] = {
     {"status", varnel::statusCommand},
+    {"logs", logsCommand},
     {"restart", restartCommand},
     {"update", updateCommand},
 };
@@ -61,8 +64,7 @@ int main(int argc, char** argv) {
     }
     const QString name = args.takeFirst();
     for (const Command& command : commands) {
-        if (name == QLatin1String(command.name))
-            return command.run(args, io);
+        if (name == QLatin1String(command.name)) return command.run(args, io);
     }
     err << "varnelctl: unknown command \"" << name << "\"\n\n" << usage;
     return exitUsage;
