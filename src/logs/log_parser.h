@@ -18,6 +18,12 @@ struct LogRow {
     bool operator==(const LogRow&) const = default;
 };
 
+// Character limits (80 for the level search, 24 for a bracketed tag, 40 for a
+// component prefix) and the "first three positions" of a level word are all
+// counted in Unicode code points: a surrogate pair is one character, so no limit
+// ever cuts one in half. For ASCII this is the plain character count.
+//
+// A line holding a lone surrogate (broken UTF-16) is read as if each were U+FFFD.
 namespace LogParser {
 
 // The three patterns, compiled once on first use and shared by every thread.
@@ -33,6 +39,53 @@ QString normLevel(QStringView text);
 
 // Never fails: what is not recognised lands in the message.
 LogRow parse(QStringView line);
+
+// The same reading done step by step with Qt's JSON reader and regular
+// expressions only. parse() takes hand-written shortcuts and falls back to these
+// engines where a shortcut cannot decide; this is what it must always agree with.
+LogRow parseReference(QStringView line);
+
+// Where a field of a parsed line lives, so that callers keeping many rows can
+// store offsets instead of strings.
+enum class SpanBase : quint8 {
+    line,  // a slice of the line handed to parseSpans
+    side,  // a slice of the side buffer handed to parseSpans
+    word,  // one of the fixed words, pos is its index for fixedWord()
+};
+
+struct Span {
+    qsizetype pos = 0;
+    qsizetype size = 0;
+    SpanBase base = SpanBase::line;
+};
+
+struct Spans {
+    Span time, level, source, message, raw;
+    // True when the hand-written reading decided the line alone, without
+    // falling back to an engine; tests use it to see the shortcuts are taken.
+    bool decidedFast = true;
+};
+
+// parse(), with every field a slice of the line where it can be; text that had
+// to be made (ANSI-stripped lines, unescaped JSON strings, folded case) is
+// appended to `side`.
+Spans parseSpans(QStringView line, QString& side);
+
+// The words a Span with base `word` names: the six levels, then "0" and "1"
+// (JSON false and true).
+QStringView fixedWord(qsizetype index);
+
+inline QStringView resolve(const Span& span, QStringView line, QStringView side) {
+    switch (span.base) {
+        case SpanBase::line:
+            return line.sliced(span.pos, span.size);
+        case SpanBase::side:
+            return side.sliced(span.pos, span.size);
+        case SpanBase::word:
+            return fixedWord(span.pos);
+    }
+    return {};
+}
 
 }  // namespace LogParser
 

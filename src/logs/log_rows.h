@@ -41,8 +41,11 @@ public:
     // Bytes held for the rows (text, side buffer and row records), for measuring.
     qsizetype memoryBytes() const;
 
-private:
+    // Defined where rows are built; opaque everywhere else.
     struct Data;
+
+private:
+    friend QList<qsizetype> filterRows(const LogRows&, const QString&, const QString&);
     std::shared_ptr<const Data> d;
 };
 
