@@ -160,12 +160,19 @@ TEST_F(LogViewerTest, BuildsOneWindowWithItsToolBarColumnsAndStatusLine) {
     for (int c = 0; c < 4; ++c)
         EXPECT_EQ(table()->model()->headerData(c, Qt::Horizontal).toString(), titles[c]);
     for (int c = 0; c < 3; ++c) EXPECT_EQ(header->sectionSize(c), widths[c]);
-    EXPECT_GE(header->sectionSize(3), 500);
+    // The message column takes the rest of the width, and only it.
+    EXPECT_EQ(header->sectionSize(3), table()->viewport()->width() - 175 - 62 - 160);
+    viewer.window()->resize(1200, 600);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(header->sectionSize(0), 175);
+    EXPECT_EQ(header->sectionSize(3), table()->viewport()->width() - 175 - 62 - 160);
+    viewer.window()->resize(1000, 600);
     EXPECT_EQ(header->minimumSectionSize(), 36);
     EXPECT_EQ(table()->rowHeight(0), 17);
 
     EXPECT_EQ(status(), QStringLiteral("3 of 3 lines · ") + agentOut);
-    EXPECT_TRUE(child<QLineEdit>("searchField")->hasFocus());
+    EXPECT_EQ(window->focusWidget(), child<QLineEdit>("searchField"));
+    EXPECT_TRUE(waitFor([&] { return child<QLineEdit>("searchField")->hasFocus(); }));
 
     window->close();
     viewer.show();
@@ -217,11 +224,11 @@ TEST_F(LogViewerTest, AnUnreadableLogIsOneWarnRowThatFiltersLikeAnyOther) {
 }
 
 TEST_F(LogViewerTest, LevelAndSearchNarrowTheTableAndSurviveAnotherShow) {
-    writeLog(agentOut, QStringLiteral("2024-05-01 10:00:00 INFO [proxy] Accepted tunnel\n"
-                                      "2024-05-01 10:00:01 WARN [proxy] slow handshake\n"
-                                      "2024-05-01 10:00:02 ERROR [tls] handshake failed\n"
+    writeLog(agentOut, QStringLiteral("2024-05-01 10:00:00 [proxy] INFO Accepted tunnel\n"
+                                      "2024-05-01 10:00:01 [proxy] WARN slow handshake\n"
+                                      "2024-05-01 10:00:02 [tls] ERROR handshake failed\n"
                                       "    at tls.Handshake(conn:12)\n"
-                                      "2024-05-01 10:00:03 FATAL [core] giving up\n"));
+                                      "2024-05-01 10:00:03 [core] FATAL giving up\n"));
     viewer.show();
     EXPECT_EQ(rows(), 4);
     auto* levels = child<QComboBox>("levelPopup");
@@ -330,6 +337,17 @@ TEST_F(LogViewerTest, ReloadReadsAgainWithoutMovingTheView) {
     EXPECT_EQ(bar->value(), middle);
     ASSERT_EQ(table()->selectionModel()->selectedRows().size(), 1);
     EXPECT_EQ(cell(table()->selectionModel()->selectedRows().at(0).row(), 3), selectedLine);
+
+    // Wrapped rows are measured again after the read; the view must not slide.
+    writeLog(agentOut, numberedLines(0, 400).replace(u'\n', QStringLiteral(" and more\n")));
+    child<QCheckBox>("wrapCheck")->setChecked(true);
+    child<QPushButton>("reloadButton")->click();
+    table()->horizontalHeader()->resizeSection(LogTableModel::sourceColumn, 700);
+    ASSERT_TRUE(waitFor([&] { return table()->rowHeight(0) > 40; }));
+    bar->setValue(bar->maximum() - 30);
+    const int nearEnd = bar->value();
+    child<QPushButton>("reloadButton")->click();
+    EXPECT_EQ(bar->value(), nearEnd);
 }
 
 TEST_F(LogViewerTest, WrapGrowsLongRowsByTheMessageColumnsWidth) {
@@ -357,6 +375,8 @@ TEST_F(LogViewerTest, WrapGrowsLongRowsByTheMessageColumnsWidth) {
 
     // Narrowing the message column (by widening another) makes the row taller.
     t->horizontalHeader()->resizeSection(LogTableModel::sourceColumn, 400);
+    EXPECT_EQ(t->columnWidth(LogTableModel::messageColumn),
+              t->viewport()->width() - 175 - 62 - 400);
     ASSERT_TRUE(waitFor([&] { return t->rowHeight(1) > wide; }));
     EXPECT_EQ(t->rowHeight(1), expected(longMessage));
 
