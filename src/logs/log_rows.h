@@ -24,9 +24,11 @@ struct LogRowView {
 
 // The rows of one load: lines split at line feeds, blank ones skipped, each
 // parsed, and continuation lines (indented, or "at ..."/"in ...") folded into
-// the time-stamped row before them. Stored compactly: fields are views into the
-// loaded text or into one side buffer, not a string each. Cheap to move; copies
-// share the text.
+// the time-stamped row before them. A carriage return right before a line feed
+// belongs to the line end, so CR LF files read like LF files. Stored compactly:
+// fields are views into the loaded text or into one side buffer, not a string
+// each. Cheap to move; copies share the text. Views stay valid while any copy
+// lives. A text beyond 2^28 UTF-16 units keeps only its last lines.
 class LogRows {
 public:
     LogRows();
@@ -36,6 +38,7 @@ public:
 
     qsizetype size() const;
     bool isEmpty() const { return size() == 0; }
+    // index must be below size().
     LogRowView operator[](qsizetype index) const;
 
     // Bytes held for the rows (text, side buffer and row records), for measuring.

@@ -13,7 +13,10 @@ struct LogTail {
 };
 
 // The last `maxBytes` bytes of a log (a suite path), UTF-8 or UTF-16 by its
-// signature, decoded without ever failing.
+// signature, decoded without ever failing. Never reads more than maxBytes after
+// the two signature bytes, even from a growing file or one whose size cannot be
+// known (a named pipe gives what it holds, without waiting). A folder at the
+// path is a file that cannot be opened.
 LogTail readLogTail(const QString& path, quint64 maxBytes = 4'000'000);
 
 }  // namespace varnel

@@ -30,38 +30,17 @@ public:
 
     // One log entry: usually one line, a stack trace gives several.
     QStringList entry() {
-        switch (pick(20)) {
-            case 0:
-            case 1:
-            case 2:
-            case 3:
-                return {tracingJson()};
-            case 4:
-            case 5:
-            case 6:
-                return {compactJson()};
-            case 7:
-            case 8:
-                return {escapedJson()};
-            case 9:
-            case 10:
-            case 11:
-            case 12:
-                return {colouredPlain()};
-            case 13:
-            case 14:
-                return {bracketedPlain()};
-            case 15:
-                return stackTrace();
-            case 16:
-                return {longLine()};
-            case 17:
-                return {unicodeLine()};
-            case 18:
-                return {QString()};
-            default:
-                return {componentPlain()};
-        }
+        const int roll = pick(100);
+        if (roll < 22) return {tracingJson()};
+        if (roll < 40) return {compactJson()};
+        if (roll < 48) return {escapedJson()};
+        if (roll < 68) return {colouredPlain()};
+        if (roll < 78) return {bracketedPlain()};
+        if (roll < 88) return {componentPlain()};
+        if (roll < 93) return stackTrace();
+        if (roll < 94) return {longLine()};
+        if (roll < 97) return {unicodeLine()};
+        return {QString()};
     }
 
 private:
@@ -172,7 +151,7 @@ private:
     }
 
     QString longLine() {
-        return QStringLiteral("%1 DEBUG payload: %2").arg(stamp(), words(300 + pick(900)));
+        return QStringLiteral("%1 DEBUG payload: %2").arg(stamp(), words(150 + pick(400)));
     }
 
     QString unicodeLine() {

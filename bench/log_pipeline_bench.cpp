@@ -1,0 +1,84 @@
+// What a log load and a search keystroke cost on a 4 MB tail of mixed lines.
+// Report the medians: ./log_pipeline_bench --benchmark_repetitions=15
+//   --benchmark_report_aggregates_only=true
+#include <benchmark/benchmark.h>
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include "logs/log_rows.h"
+#include "logs/log_tail.h"
+#include "support/log_corpus.h"
+
+namespace {
+
+using namespace varnel;
+
+// The generated log, written once per run.
+struct TailFile {
+    QTemporaryDir dir;
+    QString path;
+    qsizetype bytes = 0;
+
+    TailFile() {
+        path = dir.filePath(QStringLiteral("agent.log"));
+        // A little over the limit, so the read is a real tail.
+        const QByteArray text = test_support::LogCorpus(42).text(4'200'000).toUtf8();
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) std::abort();
+        bytes = text.size();
+    }
+};
+
+const TailFile& tailFile() {
+    static const TailFile file;
+    return file;
+}
+
+void BM_LoadTail(benchmark::State& state) {
+    const TailFile& file = tailFile();
+    qsizetype rowCount = 0;
+    double ratio = 0;
+    for (auto _ : state) {
+        LogTail tail = readLogTail(file.path);
+        const LogRows rows = LogRows::build(std::move(tail.text));
+        benchmark::DoNotOptimize(rows.size());
+        state.PauseTiming();
+        rowCount = rows.size();
+        // Against the bytes read: the text's UTF-8 size.
+        ratio = double(rows.memoryBytes()) / 4'000'000.0;
+        state.ResumeTiming();
+    }
+    state.counters["rows"] = double(rowCount);
+    state.counters["memory_per_text_byte"] = ratio;
+}
+BENCHMARK(BM_LoadTail)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_FilterBySearch(benchmark::State& state) {
+    const LogRows rows = LogRows::build(readLogTail(tailFile().path).text);
+    const QString search =
+        state.range(0) == 0 ? QStringLiteral("handshake") : QStringLiteral("Peer Rot");
+    qsizetype shown = 0;
+    for (auto _ : state) {
+        const QList<qsizetype> indices = filterRows(rows, QStringLiteral("All levels"), search);
+        shown = indices.size();
+        benchmark::DoNotOptimize(indices.data());
+    }
+    state.counters["shown"] = double(shown);
+    state.counters["rows"] = double(rows.size());
+}
+BENCHMARK(BM_FilterBySearch)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same lines through Qt's JSON reader and regular expressions alone, for scale.
+void BM_ParseWithEnginesOnly(benchmark::State& state) {
+    const QString text = readLogTail(tailFile().path).text;
+    const QList<QStringView> lines = QStringView(text).split(u'\n');
+    for (auto _ : state) {
+        for (QStringView line : lines) benchmark::DoNotOptimize(LogParser::parseReference(line));
+    }
+}
+BENCHMARK(BM_ParseWithEnginesOnly)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+
+}  // namespace
+
+BENCHMARK_MAIN();

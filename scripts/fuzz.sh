@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang (ASan and UBSan on) into build-fuzz
+# and runs each for FUZZ_SECONDS (60 by default), starting from the committed
+# seeds. New inputs go to build-fuzz/corpus, never into the repository.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/deps.sh build fuzz
+seconds="${FUZZ_SECONDS:-60}"
+cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+    -DVARNEL_BUILD_FUZZ=ON -DVARNEL_BUILD_TESTS=OFF -DVARNEL_BUILD_BENCH=OFF \
+    -DVARNEL_SANITIZE=address,undefined >/dev/null
+cmake --build build-fuzz --target fuzz_log_parser fuzz_log_tail
+for target in fuzz_log_parser fuzz_log_tail; do
+    work="build-fuzz/corpus/$target"
+    mkdir -p "$work"
+    echo "Fuzzing $target for ${seconds}s"
+    "build-fuzz/fuzz/$target" -max_total_time="$seconds" -max_len=8192 -timeout=20 \
+        -print_final_stats=1 "$work" "fuzz/corpus/$target"
+done
