@@ -209,7 +209,7 @@ void LogViewer::build() {
     statusLabel_ = new MiddleElidedLabel(window_);
     statusLabel_->setObjectName(QStringLiteral("statusLine"));
     QFont statusFont = QApplication::font();
-    statusFont.setPointSizeF(11);
+    statusFont.setPixelSize(11);
     statusLabel_->setFont(statusFont);
     QPalette statusPalette = statusLabel_->palette();
     statusPalette.setColor(QPalette::WindowText, resolve(SystemColor::secondaryLabel));
