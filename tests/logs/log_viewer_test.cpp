@@ -383,6 +383,14 @@ TEST_F(LogViewerTest, WrapGrowsLongRowsByTheMessageColumnsWidth) {
     wrap->setChecked(false);
     EXPECT_EQ(t->rowHeight(0), 17);
     EXPECT_EQ(t->rowHeight(1), 17);
+
+    // A line feed kept in a JSON message is a space on one line, a break when wrapping.
+    writeLog(agentOut,
+             QStringLiteral("{\"ts\":\"2024-05-01\",\"msg\":\"intercepted\\nupstream\"}\n"));
+    child<QPushButton>("reloadButton")->click();
+    EXPECT_EQ(cell(0, 3), QStringLiteral("intercepted upstream"));
+    wrap->setChecked(true);
+    EXPECT_EQ(t->rowHeight(0), RowHeight::wrapped(2 * layout.lineHeight()));
 }
 
 TEST(MessageLayout, ShortAsciiLinesMeasureLikeAFullLayout) {
