@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "cli/cli_io.h"
+#include "cli/logs_command.h"
 #include "monitor/sandbox.h"
 
 namespace {
@@ -15,6 +16,9 @@ const char* const usage =
     "Usage: varnelctl COMMAND [OPTIONS]\n"
     "\n"
     "The Varnel endpoint suite's status, from a terminal or a script.\n"
+    "\n"
+    "Commands:\n"
+    "  logs           list the suite's logs, show one of them, or take log lines apart\n"
     "\n"
     "Options:\n"
     "  -h, --help     show this help (COMMAND --help for a command's own)\n"
@@ -28,7 +32,7 @@ struct Command {
 };
 
 const Command commands[] = {
-    {nullptr, nullptr},
+    {"logs", logsCommand},
 };
 
 }  // namespace
@@ -51,8 +55,7 @@ int main(int argc, char** argv) {
     }
     const QString name = args.takeFirst();
     for (const Command& command : commands) {
-        if (command.name != nullptr && name == QLatin1String(command.name))
-            return command.run(args, io);
+        if (name == QLatin1String(command.name)) return command.run(args, io);
     }
     err << "varnelctl: unknown command \"" << name << "\"\n\n" << usage;
     return exitUsage;

@@ -1,0 +1,313 @@
+#include "cli/logs_command.h"
+
+#include <signal.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+
+#include <QFile>
+#include <cerrno>
+#include <optional>
+
+#include "cli/log_follower.h"
+#include "cli/log_output.h"
+#include "logs/log_parser.h"
+#include "logs/log_registry.h"
+#include "logs/log_rows.h"
+#include "logs/log_tail.h"
+#include "monitor/sandbox.h"
+
+namespace varnel::cli {
+
+namespace {
+
+const char* const usage =
+    "Usage: varnelctl logs list [--json]\n"
+    "       varnelctl logs parse [FILE|-]\n"
+    "       varnelctl logs show [--level LEVEL] [--search TEXT] [--json] [--follow]\n"
+    "                           [PATH | hint:FRAGMENT]\n"
+    "\n"
+    "The suite's logs, as the log viewer shows them.\n"
+    "\n"
+    "  list             every log found now: title, a tab and its path per line\n"
+    "  parse            each line of FILE (or standard input) taken apart, as JSON lines\n"
+    "  show             the rows of one log (the first one found when none is named);\n"
+    "                   hint:FRAGMENT names the first log whose file name holds FRAGMENT\n"
+    "\n"
+    "Options:\n"
+    "  --json           JSON instead of text (list: an array; show: one object per row)\n"
+    "  --level LEVEL    only rows of this level: ERROR, FATAL, WARN, INFO, DEBUG, TRACE\n"
+    "                   or all (the default)\n"
+    "  --search TEXT    only rows whose time, level, source or message holds TEXT,\n"
+    "                   ignoring case\n"
+    "  --follow         keep printing rows as the log grows, until interrupted\n"
+    "  -h, --help       show this help\n"
+    "\n"
+    "The line counts of show go to standard error. Colours only on a terminal without NO_COLOR.\n";
+
+int usageError(Io& io, const QString& problem) {
+    io.err << "varnelctl logs: " << problem << "\n\n" << usage;
+    return exitUsage;
+}
+
+// --name VALUE or --name=VALUE; `index` moves past what was taken.
+std::optional<QString> optionValue(const QStringList& args, qsizetype& index, QStringView name) {
+    const QString& arg = args[index];
+    if (arg == name) {
+        if (index + 1 >= args.size()) return std::nullopt;
+        return args[++index];
+    }
+    return arg.mid(name.size() + 1);
+}
+
+bool isOption(const QString& arg, QStringView name) {
+    return arg == name ||
+           (arg.startsWith(name) && arg.size() > name.size() && arg.at(name.size()) == u'=');
+}
+
+// ----- list -----
+
+int listLogs(const QStringList& args, Io& io) {
+    bool json = false;
+    for (const QString& arg : args) {
+        if (arg == QStringLiteral("--json"))
+            json = true;
+        else
+            return usageError(io, QStringLiteral("list takes no \"%1\"").arg(arg));
+    }
+    const QList<LogSource> sources = LogRegistry::discover();
+    if (!json) {
+        for (const LogSource& source : sources)
+            io.out << source.title << '\t' << source.path << '\n';
+        return exitOk;
+    }
+    io.out << '[';
+    for (qsizetype i = 0; i < sources.size(); ++i) {
+        io.out << (i == 0 ? "\n  " : ",\n  ") << "{\"title\":" << jsonString(sources[i].title)
+               << ",\"path\":" << jsonString(sources[i].path) << '}';
+    }
+    io.out << (sources.isEmpty() ? "]\n" : "\n]\n");
+    return exitOk;
+}
+
+// ----- parse -----
+
+int parseLines(const QStringList& args, Io& io) {
+    if (args.size() > 1) return usageError(io, QStringLiteral("parse takes one FILE at most"));
+    const QString name = args.value(0, QStringLiteral("-"));
+    if (name.startsWith(u'-') && name != QStringLiteral("-"))
+        return usageError(io, QStringLiteral("parse takes no \"%1\"").arg(name));
+
+    // A user's own file, named as on this machine: not looked up in the suite.
+    QFile file;
+    const bool opened = name == QStringLiteral("-")
+                            ? file.open(stdin, QIODevice::ReadOnly)
+                            : (file.setFileName(name), file.open(QIODevice::ReadOnly));
+    if (!opened) {
+        io.err << "varnelctl logs: cannot read " << name << ": " << file.errorString() << '\n';
+        return exitFailure;
+    }
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError) {
+        io.err << "varnelctl logs: cannot read " << name << ": " << file.errorString() << '\n';
+        return exitFailure;
+    }
+    const QString text = QString::fromUtf8(bytes);
+
+    QStringView rest(text);
+    if (rest.endsWith(u'\n')) rest.chop(1);  // a final line feed ends a line, it starts none
+    if (text.isEmpty()) return exitOk;
+    for (QStringView line : rest.split(u'\n')) io.out << rowJson(LogParser::parse(line)) << '\n';
+    return exitOk;
+}
+
+// ----- show -----
+
+struct ShowOptions {
+    QString level = levelChoices().first();
+    QString search;
+    bool json = false;
+    bool follow = false;
+    std::optional<QString> target;
+};
+
+std::optional<QString> levelChoice(const QString& value) {
+    if (value.compare(QStringLiteral("all"), Qt::CaseInsensitive) == 0)
+        return levelChoices().first();
+    for (const QString& choice : levelChoices())
+        if (value.compare(choice, Qt::CaseInsensitive) == 0) return choice;
+    return std::nullopt;
+}
+
+// Identity and size of the file behind a suite path, to tell growth from replacement.
+struct FileState {
+    bool present = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    qint64 mtimeNs = 0;
+
+    bool operator==(const FileState&) const = default;
+};
+
+FileState fileState(const QString& path) {
+    struct stat info {};
+    if (::stat(QFile::encodeName(sandbox::hostPath(path)).constData(), &info) != 0) return {};
+#if defined(__APPLE__)
+    const auto& stamp = info.st_mtimespec;
+#else
+    const auto& stamp = info.st_mtim;
+#endif
+    return {true, info.st_dev, info.st_ino, info.st_size,
+            qint64(stamp.tv_sec) * 1'000'000'000 + stamp.tv_nsec};
+}
+
+class RowPrinter {
+public:
+    RowPrinter(Io& io, bool json) : io_(io), json_(json), text_(wantColour(io.outIsTerminal)) {}
+
+    void print(const QList<FollowItem>& items) {
+        for (const FollowItem& item : items) text_.fit(item.row);
+        for (const FollowItem& item : items) {
+            if (json_)
+                io_.out << rowJson(item.row) << '\n';
+            else if (item.kind == FollowItem::Kind::continuation)
+                io_.out << text_.continuation(QStringLiteral("\u27F6  ") + item.row.message);
+            else
+                io_.out << text_.row(item.row);
+        }
+        io_.out.flush();
+    }
+
+private:
+    Io& io_;
+    bool json_;
+    RowFormatter text_;
+};
+
+void printStatus(Io& io, const FollowStep& step, const QString& path) {
+    io.err << statusLine(step.shown, step.total, step.truncated, path) << '\n';
+    io.err.flush();
+}
+
+// Polls the log until SIGINT or SIGTERM. The two signals stay blocked except while waiting,
+// so one that arrives while printing ends the next wait at once, and nothing global is needed
+// to notice it.
+void follow(const QString& path, LogFollower& follower, RowPrinter& printer, Io& io) {
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    sigset_t previousMask;
+    sigprocmask(SIG_BLOCK, &stopSignals, &previousMask);
+    struct sigaction wake {};
+    wake.sa_handler = [](int) {};
+    sigemptyset(&wake.sa_mask);
+    struct sigaction previousInt {
+    }, previousTerm{};
+    sigaction(SIGINT, &wake, &previousInt);
+    sigaction(SIGTERM, &wake, &previousTerm);
+    sigset_t waitMask = previousMask;
+    sigdelset(&waitMask, SIGINT);
+    sigdelset(&waitMask, SIGTERM);
+
+    FileState last = fileState(path);
+    for (;;) {
+        const timespec interval{1, 0};
+        if (::pselect(0, nullptr, nullptr, nullptr, &interval, &waitMask) < 0 && errno == EINTR)
+            break;
+        const FileState now = fileState(path);
+        if (now == last) continue;
+        const bool replaced =
+            last.present && now.present &&
+            (now.device != last.device || now.inode != last.inode || now.size < last.size);
+        last = now;
+
+        const FollowStep step = follower.update(readLogTail(path), replaced);
+        if (step.kind == FollowStep::Kind::restart) {
+            io.err << "varnelctl logs: " << path
+                   << " was replaced or cut short; reading it again.\n";
+            printStatus(io, step, path);
+        }
+        printer.print(step.items);
+    }
+
+    sigaction(SIGINT, &previousInt, nullptr);
+    sigaction(SIGTERM, &previousTerm, nullptr);
+    sigprocmask(SIG_SETMASK, &previousMask, nullptr);
+}
+
+int showLog(const QStringList& args, Io& io) {
+    ShowOptions options;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        const QString& arg = args[i];
+        if (arg == QStringLiteral("--json")) {
+            options.json = true;
+        } else if (arg == QStringLiteral("--follow")) {
+            options.follow = true;
+        } else if (isOption(arg, u"--level")) {
+            const auto value = optionValue(args, i, u"--level");
+            const auto choice = value ? levelChoice(*value) : std::nullopt;
+            if (!choice)
+                return usageError(io, QStringLiteral("--level takes one of ERROR, FATAL, WARN, "
+                                                     "INFO, DEBUG, TRACE or all"));
+            options.level = *choice;
+        } else if (isOption(arg, u"--search")) {
+            const auto value = optionValue(args, i, u"--search");
+            if (!value) return usageError(io, QStringLiteral("--search takes a text"));
+            options.search = *value;
+        } else if (arg.startsWith(u'-')) {
+            return usageError(io, QStringLiteral("show takes no \"%1\"").arg(arg));
+        } else if (options.target) {
+            return usageError(io, QStringLiteral("show takes one log at most"));
+        } else {
+            options.target = arg;
+        }
+    }
+
+    const QString hintPrefix = QStringLiteral("hint:");
+    std::optional<QString> path;
+    if (options.target && !options.target->startsWith(hintPrefix)) {
+        path = options.target;
+    } else {
+        if (options.target) path = LogRegistry::newest(options.target->mid(hintPrefix.size()));
+        if (!path) {
+            const QList<LogSource> sources = LogRegistry::discover();
+            if (sources.isEmpty()) {
+                io.err << "No Varnel logs found yet.\n";
+                return exitFailure;
+            }
+            if (options.target)
+                io.err << "varnelctl logs: no log's file name holds \""
+                       << options.target->mid(hintPrefix.size()) << "\"; showing "
+                       << sources.first().path << ".\n";
+            path = sources.first().path;
+        }
+    }
+
+    LogFollower follower(options.level, options.search);
+    RowPrinter printer(io, options.json);
+    const FollowStep first = follower.start(readLogTail(*path));
+    printer.print(first.items);
+    printStatus(io, first, *path);
+    if (first.kind == FollowStep::Kind::failed) return exitFailure;
+    if (options.follow) follow(*path, follower, printer, io);
+    return exitOk;
+}
+
+}  // namespace
+
+int logsCommand(const QStringList& args, Io& io) {
+    if (wantsHelp(args)) {
+        io.out << usage;
+        return exitOk;
+    }
+    if (args.isEmpty()) return usageError(io, QStringLiteral("which one: list, parse or show?"));
+    const QString sub = args.first();
+    const QStringList rest = args.mid(1);
+    if (sub == QStringLiteral("list")) return listLogs(rest, io);
+    if (sub == QStringLiteral("parse")) return parseLines(rest, io);
+    if (sub == QStringLiteral("show")) return showLog(rest, io);
+    return usageError(io, QStringLiteral("unknown subcommand \"%1\"").arg(sub));
+}
+
+}  // namespace varnel::cli
