@@ -192,7 +192,8 @@ void printStatus(Io& io, const FollowStep& step, const QString& path) {
 // Polls the log until SIGINT or SIGTERM. The two signals stay blocked except while waiting,
 // so one that arrives while printing ends the next wait at once, and nothing global is needed
 // to notice it.
-void follow(const QString& path, LogFollower& follower, RowPrinter& printer, Io& io) {
+void follow(const QString& path, FileState last, LogFollower& follower, RowPrinter& printer,
+            Io& io) {
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGINT);
@@ -210,7 +211,6 @@ void follow(const QString& path, LogFollower& follower, RowPrinter& printer, Io&
     sigdelset(&waitMask, SIGINT);
     sigdelset(&waitMask, SIGTERM);
 
-    FileState last = fileState(path);
     for (;;) {
         const timespec interval{1, 0};
         if (::pselect(0, nullptr, nullptr, nullptr, &interval, &waitMask) < 0 && errno == EINTR)
@@ -286,11 +286,13 @@ int showLog(const QStringList& args, Io& io) {
 
     LogFollower follower(options.level, options.search);
     RowPrinter printer(io, options.json);
+    // Taken before the read, so that whatever is written meanwhile shows up at the first poll.
+    const FileState before = fileState(*path);
     const FollowStep first = follower.start(readLogTail(*path));
     printer.print(first.items);
     printStatus(io, first, *path);
     if (first.kind == FollowStep::Kind::failed) return exitFailure;
-    if (options.follow) follow(*path, follower, printer, io);
+    if (options.follow) follow(*path, before, follower, printer, io);
     return exitOk;
 }
 
