@@ -28,36 +28,46 @@ enum Slot : int {
     kNoSlot = -1,
 };
 
+// Inline, because Qt's out-of-line comparison dominates for keys this short.
+template <size_t N>
+bool is(QStringView key, const char16_t (&word)[N]) {
+    if (key.size() != qsizetype(N - 1)) return false;
+    const char16_t* k = key.utf16();
+    for (size_t i = 0; i < N - 1; ++i)
+        if (k[i] != word[i]) return false;
+    return true;
+}
+
 int topLevelSlot(QStringView key) {
     switch (key.size()) {
         case 2:
-            return key == u"ts" ? kTs : kNoSlot;
+            return is(key, u"ts") ? kTs : kNoSlot;
         case 3:
-            if (key == u"lvl") return kLvl;
-            if (key == u"msg") return kMsg;
+            if (is(key, u"lvl")) return kLvl;
+            if (is(key, u"msg")) return kMsg;
             return kNoSlot;
         case 4:
-            if (key == u"time") return kTime;
-            if (key == u"name") return kName;
-            if (key == u"body") return kBody;
+            if (is(key, u"time")) return kTime;
+            if (is(key, u"name")) return kName;
+            if (is(key, u"body")) return kBody;
             return kNoSlot;
         case 5:
-            return key == u"level" ? kLevel : kNoSlot;
+            return is(key, u"level") ? kLevel : kNoSlot;
         case 6:
-            if (key == u"target") return kTarget;
-            if (key == u"module") return kModule;
-            if (key == u"logger") return kLogger;
-            if (key == u"source") return kSource;
-            if (key == u"fields") return kFields;
+            if (is(key, u"target")) return kTarget;
+            if (is(key, u"module")) return kModule;
+            if (is(key, u"logger")) return kLogger;
+            if (is(key, u"source")) return kSource;
+            if (is(key, u"fields")) return kFields;
             return kNoSlot;
         case 7:
-            return key == u"message" ? kMessage : kNoSlot;
+            return is(key, u"message") ? kMessage : kNoSlot;
         case 8:
-            return key == u"severity" ? kSeverity : kNoSlot;
+            return is(key, u"severity") ? kSeverity : kNoSlot;
         case 9:
-            return key == u"timestamp" ? kTimestamp : kNoSlot;
+            return is(key, u"timestamp") ? kTimestamp : kNoSlot;
         case 10:
-            return key == u"@timestamp" ? kAtTimestamp : kNoSlot;
+            return is(key, u"@timestamp") ? kAtTimestamp : kNoSlot;
         default:
             return kNoSlot;
     }
@@ -281,7 +291,7 @@ private:
                 if (mode == Mode::top) {
                     slot = topLevelSlot(name);
                 } else {
-                    nestedMessage = name == u"message";
+                    nestedMessage = is(name, u"message");
                 }
             }
 

@@ -226,19 +226,37 @@ bool isAsciiWordChar(char16_t c) {
 // The level word a whole ASCII word run spells, as a fixed word index, or -1.
 int asciiLevelWord(QStringView run) {
     if (run.size() < 3 || run.size() > 8) return -1;
-    char16_t upper[8];
+    // Upper-cased and packed one byte per letter, so each word is one compare.
+    quint64 packed = 0;
     for (qsizetype k = 0; k < run.size(); ++k) {
         const char16_t c = run[k].unicode();
-        upper[k] = (c >= u'a' && c <= u'z') ? char16_t(c - 0x20) : c;
+        packed = (packed << 8) | ((c >= u'a' && c <= u'z') ? c - 0x20 : c & 0xFF);
+        if (c > 0x7F) return -1;
     }
-    const QStringView w(upper, run.size());
-    if (w == u"TRACE") return kTrace;
-    if (w == u"DEBUG") return kDebug;
-    if (w == u"INFO") return kInfo;
-    if (w == u"WARNING" || w == u"WARN") return kWarn;
-    if (w == u"ERROR" || w == u"ERR") return kError;
-    if (w == u"FATAL" || w == u"CRITICAL") return kFatal;
-    return -1;
+    constexpr auto pack = [](const char* word) {
+        quint64 value = 0;
+        for (; *word != 0; ++word) value = (value << 8) | quint64(*word);
+        return value;
+    };
+    switch (packed) {
+        case pack("TRACE"):
+            return kTrace;
+        case pack("DEBUG"):
+            return kDebug;
+        case pack("INFO"):
+            return kInfo;
+        case pack("WARNING"):
+        case pack("WARN"):
+            return kWarn;
+        case pack("ERROR"):
+        case pack("ERR"):
+            return kError;
+        case pack("FATAL"):
+        case pack("CRITICAL"):
+            return kFatal;
+        default:
+            return -1;
+    }
 }
 
 // levelRegex over an all-ASCII window: both \b's make the word a whole run of

@@ -1,6 +1,9 @@
 #include "logs/log_rows.h"
 
 #include <array>
+#include <optional>
+#include <system_error>
+#include <thread>
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -86,6 +89,11 @@ Ref sideRef(qsizetype at, qsizetype size) {
 // Turns parsed lines into records and folds continuation lines into the
 // time-stamped row before them. Folds are collected and written once when the
 // row is complete, so a long stack trace costs linear time and space.
+struct Fold {
+    Ref message;  // the continuation's trimmed message
+    Ref line;     // the line as read, in the text
+};
+
 class Builder {
 public:
     explicit Builder(LogRows::Data& d) : d_(d) {}
@@ -101,14 +109,22 @@ public:
         const bool continuation =
             line.front().isSpace() || trimmed.startsWith(u"at ") || trimmed.startsWith(u"in ");
         const bool stamped = spans.time.size > 0;
+        Ref trimmedRef = record.fields[kMessage];
+        if ((trimmedRef.at >> kBaseShift) != kFixedWord) {
+            trimmedRef.at += quint32(trimmed.data() - message.data());
+            trimmedRef.size = quint32(trimmed.size());
+        }
+        const Fold fold{trimmedRef, {quint32(lineAt), quint32(line.size())}};
         if (!stamped && continuation && lastStamped_) {
-            Ref trimmedRef = record.fields[kMessage];
-            if ((trimmedRef.at >> kBaseShift) != kFixedWord) {
-                trimmedRef.at += quint32(trimmed.data() - message.data());
-                trimmedRef.size = quint32(trimmed.size());
-            }
-            folds_.push_back({trimmedRef, {quint32(lineAt), quint32(line.size())}});
+            folds_.push_back(fold);
             return;
+        }
+        // Rows that would fold into a row before this stretch of lines, if
+        // that row has a time stamp; see appendPart().
+        if (!anchored_ && !stamped && continuation) {
+            leading_.push_back(fold);
+        } else {
+            anchored_ = true;
         }
         finishLast();
         d_.records.push_back(record);
@@ -117,12 +133,29 @@ public:
 
     void finish() { finishLast(); }
 
-private:
-    struct Fold {
-        Ref message;  // the continuation's trimmed message
-        Ref line;     // the line as read, in the text
-    };
+    // Appends the rows another builder made from the lines that follow this
+    // builder's, over the same text.
+    void appendPart(LogRows::Data& part, const Builder& partBuilder) {
+        const quint32 shift = quint32(d_.side.size());
+        d_.side.append(part.side);
+        auto rebase = [shift](Ref& ref) {
+            if ((ref.at >> kBaseShift) == kInSide) ref.at += shift;
+        };
+        for (Record& record : part.records)
+            for (Ref& ref : record.fields) rebase(ref);
+        size_t skip = 0;
+        if (lastStamped_ && !d_.records.empty() && !partBuilder.leading_.empty()) {
+            folds_ = partBuilder.leading_;
+            for (Fold& f : folds_) rebase(f.message);
+            skip = folds_.size();
+            finishLast();
+        }
+        d_.records.insert(d_.records.end(), part.records.begin() + qsizetype(skip),
+                          part.records.end());
+        if (part.records.size() > skip) lastStamped_ = partBuilder.lastStamped_;
+    }
 
+private:
     static const Span& spanOf(const LogParser::Spans& s, int field) {
         switch (field) {
             case kTime:
@@ -201,7 +234,26 @@ private:
     LogRows::Data& d_;
     std::vector<Fold> folds_;
     bool lastStamped_ = false;
+    bool anchored_ = false;
+    std::vector<Fold> leading_;
 };
+
+void addLines(Builder& builder, QStringView all, qsizetype from, qsizetype to) {
+    qsizetype at = from;
+    while (at < to) {
+        qsizetype lineEnd = all.indexOf(u'\n', at);
+        if (lineEnd < 0 || lineEnd > to) lineEnd = to;
+        QStringView line = all.sliced(at, lineEnd - at);
+        // A carriage return before the line feed belongs to the line end.
+        if (line.endsWith(u'\r')) line.chop(1);
+        if (!isBlankOnly(line)) builder.add(line, at);
+        at = lineEnd + 1;
+    }
+    builder.finish();
+}
+
+// Below this a second thread costs more than it saves.
+constexpr qsizetype kParallelFrom = qsizetype(1) << 18;
 
 }  // namespace
 
@@ -221,17 +273,27 @@ LogRows LogRows::build(QString text) {
     data->text = std::move(text);
     const QStringView all(data->text);
     Builder builder(*data);
-    qsizetype at = 0;
-    while (at < all.size()) {
-        qsizetype lineEnd = all.indexOf(u'\n', at);
-        if (lineEnd < 0) lineEnd = all.size();
-        QStringView line = all.sliced(at, lineEnd - at);
-        // A carriage return before the line feed belongs to the line end.
-        if (line.endsWith(u'\r')) line.chop(1);
-        if (!isBlankOnly(line)) builder.add(line, at);
-        at = lineEnd + 1;
+
+    // The second half of the lines is parsed on another thread into its own
+    // records and side buffer (sharing the text), then appended.
+    const qsizetype middle =
+        all.size() >= kParallelFrom ? all.indexOf(u'\n', all.size() / 2) + 1 : 0;
+    if (middle > 0) {
+        Data part;
+        part.text = data->text;
+        Builder partBuilder(part);
+        std::optional<std::thread> worker;
+        try {
+            worker.emplace([&] { addLines(partBuilder, all, middle, all.size()); });
+        } catch (const std::system_error&) {
+            addLines(partBuilder, all, middle, all.size());
+        }
+        addLines(builder, all, 0, middle);
+        if (worker) worker->join();
+        builder.appendPart(part, partBuilder);
+    } else {
+        addLines(builder, all, 0, all.size());
     }
-    builder.finish();
     data->records.shrink_to_fit();
     data->side.squeeze();
     LogRows rows;

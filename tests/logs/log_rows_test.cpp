@@ -94,6 +94,25 @@ TEST(LogRows, MatchRowsBuiltThePlainWay) {
     EXPECT_LT(rows.memoryBytes(), 3 * text.toUtf8().size());
 }
 
+TEST(LogRows, FoldingAcrossTheMiddleOfALargeText) {
+    // Large texts are built in two halves; a trace running over the middle
+    // must fold as if read in one go, and so must one that must not fold.
+    const QString frames = QStringLiteral("    at frame(x:1)\n").repeated(40'000);
+    const QString texts[] = {
+        "2024-05-01 10:00:00 ERROR boom\n" + frames + "next\n",
+        "no time here\n" + frames,
+        "2024-05-01 10:00:00 ERROR boom\n" + frames + "2024-05-01 10:00:01 x\n" + frames,
+        QStringLiteral("svc: plain line\n").repeated(20'000) + "2024-05-01 10:00:00 a\n" +
+            QStringLiteral("main: in loop\n").repeated(20'000),
+    };
+    for (const QString& text : texts) {
+        const LogRows rows = LogRows::build(text);
+        const QList<LogRow> expected = plainRows(text);
+        ASSERT_EQ(rows.size(), expected.size());
+        for (qsizetype i = 0; i < rows.size(); ++i) ASSERT_EQ(rows[i].toRow(), expected[i]) << i;
+    }
+}
+
 TEST(LogRows, ErrorRow) {
     const QString error = QStringLiteral(
         "Cannot read this log (permission denied). Try \u2018Open Logs Folder\u2019.");
