@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QPainter>
 
+#include "logs/log_table_model.h"
 #include "logs/row_height.h"
 
 namespace varnel {
@@ -14,9 +15,6 @@ void LogCellDelegate::initStyleOption(QStyleOptionViewItem* option,
                                       const QModelIndex& index) const {
     QStyledItemDelegate::initStyleOption(option, index);
     option->features &= ~QStyleOptionViewItem::WrapText;
-    // One line means one line: a message that kept a line feed must not show
-    // its second line squeezed into a 17-pixel row.
-    if (index.column() == messageColumn_) option->text.replace(u'\n', u' ');
 }
 
 void LogCellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
@@ -27,7 +25,7 @@ void LogCellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
     if (wrap_ && index.column() == messageColumn_) {
         QStyleOptionViewItem opt(option);
         QStyledItemDelegate::initStyleOption(&opt, index);
-        const QString text = index.data(Qt::DisplayRole).toString();
+        const QString text = index.data(LogTableModel::messageLinesRole).toString();
         opt.text.clear();
         style->drawControl(QStyle::CE_ItemViewItem, &opt, painter, widget);
 

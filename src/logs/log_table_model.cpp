@@ -8,7 +8,11 @@ namespace varnel {
 
 QFont logCellFont() {
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    font.setPointSizeF(11);
+    // The table's sizes (17-pixel rows, a 175-pixel time column) were made for
+    // an 11-point face where a point is a pixel. At 11 points on a 96-dpi
+    // screen the face is 20 pixels high: descenders are cut off and time
+    // stamps do not fit. So the font keeps the proportions, not the points.
+    font.setPixelSize(11);
     font.setWeight(QFont::Normal);
     return font;
 }
@@ -46,9 +50,16 @@ QVariant LogTableModel::data(const QModelIndex& index, int role) const {
                     return row.level.toString();
                 case sourceColumn:
                     return row.source.toString();
-                default:
-                    return row.message.toString();
+                default: {
+                    // One line means one line: a message that kept a line feed
+                    // must not put its second line into a 17-pixel row.
+                    QString text = row.message.toString();
+                    text.replace(u'\n', u' ');
+                    return text;
+                }
             }
+        case messageLinesRole:
+            return row.message.toString();
         case Qt::ForegroundRole:
             switch (column) {
                 case timeColumn:

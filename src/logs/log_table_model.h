@@ -15,6 +15,8 @@ class LogTableModel : public QAbstractTableModel {
     Q_OBJECT
 public:
     enum Column { timeColumn, levelColumn, sourceColumn, messageColumn, columnCount_ };
+    // The message with its line feeds; the display text has them as spaces.
+    static constexpr int messageLinesRole = Qt::UserRole;
 
     explicit LogTableModel(QObject* parent = nullptr);
 
@@ -40,7 +42,7 @@ private:
     QFont levelFont_;
 };
 
-// The system's monospaced font at 11 points, the face of every cell.
+// The system's monospaced font, 11 pixels high, the face of every cell.
 QFont logCellFont();
 
 }  // namespace varnel

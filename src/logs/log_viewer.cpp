@@ -198,15 +198,18 @@ void LogViewer::build() {
     columns->resizeSection(LogTableModel::levelColumn, 62);
     columns->resizeSection(LogTableModel::sourceColumn, 160);
     columns->resizeSection(LogTableModel::messageColumn, 560);
-    columns->setStretchLastSection(true);
     connect(columns, &QHeaderView::sectionResized, this, [this](int column) {
-        if (wrapEnabled_ && column == LogTableModel::messageColumn) heightTimer_->start();
+        if (column != LogTableModel::messageColumn)
+            fitMessageColumn();
+        else if (wrapEnabled_)
+            heightTimer_->start();
     });
+    table_->viewport()->installEventFilter(this);
 
     statusLabel_ = new MiddleElidedLabel(window_);
     statusLabel_->setObjectName(QStringLiteral("statusLine"));
     QFont statusFont = QApplication::font();
-    statusFont.setPointSizeF(11);
+    statusFont.setPixelSize(11);
     statusLabel_->setFont(statusFont);
     QPalette statusPalette = statusLabel_->palette();
     statusPalette.setColor(QPalette::WindowText, resolve(SystemColor::secondaryLabel));
@@ -341,6 +344,18 @@ void LogViewer::relayoutRows() {
         bar->setValue(table_->verticalHeader()->sectionPosition(topRow));
 }
 
+void LogViewer::fitMessageColumn() {
+    // Only the message column gives or takes width, so the other three stay
+    // as the user left them and the message never runs off to the right.
+    int others = 0;
+    for (int column = 0; column < LogTableModel::messageColumn; ++column)
+        others += table_->columnWidth(column);
+    const int width = table_->viewport()->width() - others;
+    table_->horizontalHeader()->resizeSection(
+        LogTableModel::messageColumn,
+        std::max(width, table_->horizontalHeader()->minimumSectionSize()));
+}
+
 void LogViewer::scrollToEnd() {
     table_->syncGeometry();
     if (model_->rowCount() > 0) table_->scrollToBottom();
@@ -382,6 +397,8 @@ void LogViewer::copySelection() {
 bool LogViewer::eventFilter(QObject* watched, QEvent* event) {
     if (watched == window_ && event->type() == QEvent::Close) {
         windowClosed();
+    } else if (table_ && watched == table_->viewport() && event->type() == QEvent::Resize) {
+        fitMessageColumn();
     } else if (event->type() == QEvent::KeyPress) {
         auto* key = static_cast<QKeyEvent*>(event);
         if (watched == searchField_ && key->key() == Qt::Key_Escape) {

@@ -65,6 +65,8 @@ private:
     // its end or on the row at its top.
     void relayoutRows();
     void scrollToEnd();
+    // Gives the message column whatever width the other columns leave.
+    void fitMessageColumn();
 
     std::unique_ptr<MessageLayout> layout_;
     QWidget* window_ = nullptr;  // owned: deleted with the viewer
