@@ -10,8 +10,9 @@ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
     -DVARNEL_BUILD_FUZZ=ON -DVARNEL_BUILD_TESTS=OFF -DVARNEL_BUILD_BENCH=OFF \
     -DVARNEL_SANITIZE=address,undefined >/dev/null
-cmake --build build-fuzz --target fuzz_log_parser fuzz_log_tail
-for target in fuzz_log_parser fuzz_log_tail; do
+targets=(fuzz_log_parser fuzz_log_tail fuzz_launchctl fuzz_sysext fuzz_version fuzz_discovery_state)
+cmake --build build-fuzz --target "${targets[@]}"
+for target in "${targets[@]}"; do
     work="build-fuzz/corpus/$target"
     mkdir -p "$work"
     echo "Fuzzing $target for ${seconds}s"

@@ -107,9 +107,12 @@ QString readInstalledVersion() {
 
 QString readLatestVersion() {
     const auto bytes = fs::readAll(Paths::discoveryState);
-    if (!bytes) return {};
+    return bytes ? latestVersionFromJson(*bytes) : QString();
+}
+
+QString latestVersionFromJson(const QByteArray& bytes) {
     QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(*bytes, &error);
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError || !document.isObject()) return {};
     const QJsonValue resolved = document.object().value(QStringLiteral("last_resolved"));
     if (!resolved.isObject()) return {};

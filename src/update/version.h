@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 namespace varnel {
@@ -13,6 +14,9 @@ QString readInstalledVersion();
 // The latest version the suite's discovery has resolved; empty when the state
 // file or the value in it is missing or malformed.
 QString readLatestVersion();
+
+// The same from the state file's bytes.
+QString latestVersionFromJson(const QByteArray& bytes);
 
 // True when `candidate` is a newer version than `reference`, comparing the
 // leading numbers of the dot-separated pieces. An empty candidate is never
