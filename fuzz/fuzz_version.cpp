@@ -1,5 +1,6 @@
 // Three version texts (separated by line feeds): "newer than" is never true both
 // ways, never true of a version and itself, and carries over from a to b to c.
+#include <QStringList>
 #include <cstdint>
 #include <cstdlib>
 

@@ -10,7 +10,7 @@ scripts/deps.sh test
 # The soak is about leaks of descriptors, threads and memory, which the plain run
 # measures; under a sanitizer it only takes long. Hanging tools are waited for in
 # real time, so they cost the same anywhere and stay in.
-concurrency='CommandRunner\.|Delegate\.(Overlapping|ResultsArriving|Restart)|LogViewer.*Follow'
+concurrency='CommandRunner\.|Delegate\.(Overlapping|Restart)|LogViewer.*Follow'
 export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:abort_on_error=1
 export LSAN_OPTIONS=suppressions=$PWD/scripts/sanitizers/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1

@@ -38,7 +38,7 @@ struct Command {
 };
 
 const Command commands[] = {
-    {"status", varnel::statusCommand},
+    {"status", statusCommand},
     {"logs", logsCommand},
     {"restart", restartCommand},
     {"update", updateCommand},

@@ -5,7 +5,7 @@
 #include "monitor/poller.h"
 #include "update/version.h"
 
-namespace varnel {
+namespace varnel::cli {
 
 namespace {
 
@@ -158,10 +158,10 @@ int exitStatus(Health overall) {
 
 }  // namespace
 
-int statusCommand(const QStringList& args, cli::Io& io) {
-    if (cli::wantsHelp(args)) {
+int statusCommand(const QStringList& args, Io& io) {
+    if (wantsHelp(args)) {
         io.out << statusUsage;
-        return cli::exitOk;
+        return exitOk;
     }
     bool json = false;
     for (const QString& arg : args) {
@@ -170,7 +170,7 @@ int statusCommand(const QStringList& args, cli::Io& io) {
             continue;
         }
         io.err << "varnelctl status: unknown option \"" << arg << "\"\n\n" << statusUsage;
-        return cli::exitUsage;
+        return exitUsage;
     }
     const Report report = gather();
     io.out << (json ? toJson(report) : toText(report));
@@ -178,4 +178,4 @@ int statusCommand(const QStringList& args, cli::Io& io) {
     return exitStatus(report.overall);
 }
 
-}  // namespace varnel
+}  // namespace varnel::cli

@@ -8,7 +8,7 @@ namespace {
 
 QStringList titles(const std::vector<MenuEntry>& entries) {
     QStringList out;
-    for (const MenuEntry& e : entries) out << (e.separator ? QStringLiteral("---") : e.title);
+    for (const MenuEntry& e : entries) out << (e.separator ? "---" : e.title);
     return out;
 }
 
@@ -27,7 +27,7 @@ QList<ServiceStatus> statuses(Health agent, Health proxy, Health sysext) {
         if (spec.key == "agent") h = agent;
         if (spec.key == "proxy") h = proxy;
         if (spec.key == "sysext") h = sysext;
-        out.append({spec, h, spec.key == "agent" ? QStringLiteral("pid 812") : QString()});
+        out.append({spec, h, spec.key == "agent" ? "pid 812" : QString()});
     }
     return out;
 }
@@ -36,7 +36,7 @@ MenuInputs inputs(QString installed, QString latest) {
     MenuInputs in;
     in.installedVersion = std::move(installed);
     in.latestVersion = std::move(latest);
-    in.certDetail = QStringLiteral("checking…");
+    in.certDetail = "checking…";
     in.fixedLogExists = {true, true, true, true, true};
     return in;
 }
@@ -123,7 +123,7 @@ TEST(StatusMenu, ServicesCarryTheirStateLogsAndRestart) {
 TEST(StatusMenu, CertificateAndLogsSubmenus) {
     MenuInputs in = inputs("", "");
     in.certHealth = Health::attention;
-    in.certDetail = QStringLiteral("1/2 trusted — check b.pem");
+    in.certDetail = "1/2 trusted — check b.pem";
     in.fixedLogExists = {true, false, true, true, false};
     const std::vector<MenuEntry> menu = buildStatusMenu(in);
 

@@ -27,8 +27,8 @@ std::optional<QString> readLiteral(const QString& script, qsizetype& pos) {
 // Splits `do shell script "A" with administrator privileges with prompt "B"`
 // into its two decoded literals; nothing when the script has any other shape.
 std::optional<std::pair<QString, QString>> decode(const QString& script) {
-    const QString head = QStringLiteral("do shell script \"");
-    const QString middle = QStringLiteral(" with administrator privileges with prompt \"");
+    const QString head = "do shell script \"";
+    const QString middle = " with administrator privileges with prompt \"";
     if (!script.startsWith(head)) return std::nullopt;
     qsizetype pos = head.size();
     const auto command = readLiteral(script, pos);
@@ -71,14 +71,14 @@ TEST(PrivilegedAction, ScriptsAndPromptsReadAsTheyShould) {
 
 TEST(PrivilegedAction, HostileVersionTextsStayInsideThePrompt) {
     const QString hostile[] = {
-        QStringLiteral("\" & (do shell script \"id\") & \""),
-        QStringLiteral("1.0\\\" & (do shell script \"id\") & \"\\"),
-        QStringLiteral("9.9\"\nset x to \"y"),
-        QStringLiteral("\\\\\\"),
-        QStringLiteral("2.0\r\t\"\"end"),
+        "\" & (do shell script \"id\") & \"",
+        "1.0\\\" & (do shell script \"id\") & \"\\",
+        "9.9\"\nset x to \"y",
+        "\\\\\\",
+        "2.0\r\t\"\"end",
     };
     for (const QString& latest : hostile) {
-        for (const QString& installed : {QStringLiteral("1.0"), latest}) {
+        for (const QString& installed : {"1.0", latest}) {
             const PrivilegedRequest request = updateRequest(installed, latest + "9");
             const auto decoded = decode(administratorScript(request));
             ASSERT_TRUE(decoded) << administratorScript(request).toStdString();
