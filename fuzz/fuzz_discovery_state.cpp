@@ -1,5 +1,5 @@
 // The discovery state file, as any bytes: reading it never fails, and what it
-// gives is trimmed and was really in the document.
+// gives is trimmed. (Escapes may spell the keys, so the bytes need not hold them.)
 #include <cstdint>
 #include <cstdlib>
 
@@ -9,6 +9,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArray bytes(reinterpret_cast<const char*>(data), qsizetype(size));
     const QString version = varnel::latestVersionFromJson(bytes);
     if (version != version.trimmed()) std::abort();
-    if (!version.isEmpty() && !bytes.contains("agent_version_mac")) std::abort();
     return 0;
 }
