@@ -77,18 +77,6 @@ protected:
     QTemporaryDir root_;
 };
 
-TEST_F(LogsCli, ListsTheDiscoveredLogsAsTextOrJson) {
-    EXPECT_EQ(run({"logs", "list", "--json"}), (Result{0, "[]\n", ""}));
-    write(proxyLog, "x\n");
-    write(agentLog, "x\n");
-    const QString agent = QStringLiteral("Agent \u2014 output");
-    EXPECT_EQ(run({"logs", "list"}).out,
-              agent + "\t" + agentLog + "\nproxy.log\t" + proxyLog + "\n");
-    EXPECT_EQ(QJsonDocument::fromJson(run({"logs", "list", "--json"}).out.toUtf8()).array(),
-              QJsonArray({QJsonObject{{"title", agent}, {"path", agentLog}},
-                          QJsonObject{{"title", "proxy.log"}, {"path", proxyLog}}}));
-}
-
 TEST_F(LogsCli, ParseGivesOneObjectPerInputLine) {
     // No folding, no skipping; a final line feed adds no line; bad UTF-8 is replaced.
     const Result r = run({"logs", "parse"},
@@ -129,10 +117,17 @@ TEST_F(LogsCli, ShowPrintsTheViewersRowsWithTheStatusLineOnStderr) {
                           "    at tls.Handshake(conn:12)"});
 }
 
-TEST_F(LogsCli, ShowResolvesHintsAndReportsWhatCannotBeRead) {
+TEST_F(LogsCli, ListsTheLogsAndShowResolvesHints) {
+    EXPECT_EQ(run({"logs", "list", "--json"}), (Result{0, "[]\n", ""}));
     EXPECT_EQ(run({"logs", "show"}), (Result{1, "", "No Varnel logs found yet.\n"}));
-    write(agentLog, sample);
     write(proxyLog, "2024-05-01 11:00:00 INFO proxy up\n");
+    write(agentLog, sample);
+    const QString agent = QStringLiteral("Agent \u2014 output");
+    EXPECT_EQ(run({"logs", "list"}).out,
+              agent + "\t" + agentLog + "\nproxy.log\t" + proxyLog + "\n");
+    EXPECT_EQ(QJsonDocument::fromJson(run({"logs", "list", "--json"}).out.toUtf8()).array(),
+              QJsonArray({QJsonObject{{"title", agent}, {"path", agentLog}},
+                          QJsonObject{{"title", "proxy.log"}, {"path", proxyLog}}}));
     EXPECT_EQ(field(run({"logs", "show", "--json", "hint:proxy"}).out, "message"),
               QStringList{"proxy up"});
 
