@@ -20,9 +20,8 @@ QStringList printed(const FollowStep& step) {
     return out;
 }
 
-const QString head = QStringLiteral(
-    "2024-05-01 10:00:00 INFO one\n"
-    "2024-05-01 10:00:01 ERROR two\n");
+const QString head =
+    QStringLiteral("2024-05-01 10:00:00 INFO one\n2024-05-01 10:00:01 ERROR two\n");
 
 TEST(LogFollower, APrintedRowThatGrowsGetsAContinuationOrIsPrintedAgainWhole) {
     LogFollower follower(QStringLiteral("All levels"), {});
@@ -47,19 +46,17 @@ TEST(LogFollower, APrintedRowThatGrowsGetsAContinuationOrIsPrintedAgainWhole) {
 TEST(LogFollower, ASlidingTailIsFollowedAndAnythingElseStartsOver) {
     LogFollower follower(QStringLiteral("All levels"), {});
     follower.start(tail(head + "2024-05-01 10:00:02 INFO three\n", true));
-    FollowStep step = follower.update(tail("2024-05-01 10:00:01 ERROR two\n"
-                                           "2024-05-01 10:00:02 INFO three\n"
-                                           "2024-05-01 10:00:03 INFO four\n",
-                                           true),
-                                      false);
+    const QString slid = QStringLiteral(
+        "2024-05-01 10:00:01 ERROR two\n2024-05-01 10:00:02 INFO three\n"
+        "2024-05-01 10:00:03 INFO four\n");
+    FollowStep step = follower.update(tail(slid, true), false);
     EXPECT_EQ(step.kind, Kind::grown);
     EXPECT_EQ(printed(step), QStringList{"four"});
-
-    step = follower.update(tail(QStringLiteral("2024-05-02 00:00:00 INFO fresh\n")), false);
+    const QString fresh = QStringLiteral("2024-05-02 00:00:00 INFO fresh\n");
+    step = follower.update(tail(fresh), false);
     EXPECT_EQ(step.kind, Kind::restart);
     EXPECT_EQ(printed(step), QStringList{"fresh"});
-    EXPECT_EQ(follower.update(tail(QStringLiteral("2024-05-02 00:00:00 INFO fresh\n")), true).kind,
-              Kind::restart);
+    EXPECT_EQ(follower.update(tail(fresh), true).kind, Kind::restart);
 
     // Unreadable: the warning row once; readable again: everything afresh.
     const LogTail gone{{}, false, QStringLiteral("Log file does not exist yet.")};

@@ -22,68 +22,17 @@ namespace {
 }
 
 QStringList mutationPieces() {
-    QStringList pieces = {"{",
-                          "}",
-                          "[",
-                          "]",
-                          "\"",
-                          ":",
-                          ": ",
-                          ",",
-                          "\\",
-                          "\\u",
-                          "0",
-                          "7",
-                          "-",
-                          "+",
-                          ".",
-                          "e",
-                          "E",
-                          " ",
-                          "\t",
-                          "\n",
-                          "\r",
-                          "\x1b",
-                          "\x1b[",
-                          "\x1b[0m",
-                          "m",
-                          ";",
-                          "T",
-                          "Z",
-                          "INFO",
-                          "warning",
-                          "err",
-                          "CRITICAL",
-                          "null",
-                          "true",
-                          "fals",
-                          "msg",
-                          "message",
-                          "fields",
-                          "level",
-                          "ts",
-                          "_",
-                          "1e400",
-                          "1.",
-                          ".5",
-                          "01",
-                          "-0",
-                          "12345678901234567",
-                          "\\u00e9",
-                          "\\ud83d",
-                          "\\ude00",
-                          "\\n",
-                          "\\\"",
-                          "\\x",
-                          "  at ",
-                          "in ",
-                          "2024-05-01 10:00:00",
-                          "2024-05-01T10:00:00.123+05:30",
-                          "[svc]",
-                          "[]"};
-    const char16_t units[] = {0x00A0, 0x2028, 0x0661, 0x00E9, 0xD83D, 0xDE00,          0x0000,
-                              0x0001, 0x017F, 0x212A, 0x0301, 0xFEFF, 0x0085,          0x0130,
-                              0x3000, 0x1680, 0x000B, 0x00DF, 0xFFFE, 0x1D7CE & 0xFFFF};
+    // Separated by "|", which is not among them.
+    QStringList pieces =
+        QStringLiteral(
+            "{|}|[|]|\"|:|: |,|\\|\\u|0|7|-|+|.|e|E| |\t|\n|\r|\x1b|\x1b[|\x1b[0m|m|;|T|Z"
+            "|INFO|warning|err|CRITICAL|null|true|fals|msg|message|fields|level|ts|_|1e400"
+            "|1.|.5|01|-0|12345678901234567|\\u00e9|\\ud83d|\\ude00|\\n|\\\"|\\x|  at |in "
+            "|2024-05-01 10:00:00|2024-05-01T10:00:00.123+05:30|[svc]|[]")
+            .split(u'|');
+    const char16_t units[] = {0x00A0, 0x2028, 0x0661, 0x00E9, 0xD83D, 0xDE00, 0x0000,
+                              0x0001, 0x017F, 0x212A, 0x0301, 0xFEFF, 0x0085, 0x0130,
+                              0x3000, 0x1680, 0x000B, 0x00DF, 0xFFFE, 0xD7CE};
     for (char16_t u : units) pieces.append(QString(QChar(u)));
     pieces.append(QString::fromUtf8("\U0001F600"));
     pieces.append(QString::fromUtf8("\U0001D7CE"));  // a mathematical digit, outside the BMP
@@ -123,17 +72,13 @@ TEST(LogParserDifferential, MutatedLinesAgree) {
         const int edits = 1 + int(pick(4));
         for (int e = 0; e < edits; ++e) {
             const qsizetype at = pick(line.size() + 1);
-            switch (pick(3)) {
-                case 0:
-                    line.insert(at, pieces[pick(pieces.size())]);
-                    break;
-                case 1:
-                    line.remove(at, 1 + pick(3));
-                    break;
-                default:
-                    line.replace(at, 1, pieces[pick(pieces.size())]);
-                    break;
-            }
+            const qsizetype kind = pick(3);
+            if (kind == 1)
+                line.remove(at, 1 + pick(3));
+            else if (kind == 0)
+                line.insert(at, pieces[pick(pieces.size())]);
+            else
+                line.replace(at, 1, pieces[pick(pieces.size())]);
         }
         ASSERT_TRUE(sameRow(line));
     }

@@ -16,12 +16,16 @@ struct Case {
     const char* message;
 };
 
+// A message that is the whole (colourless, trimmed) line.
+constexpr const char* whole = nullptr;
+
 // Every case is checked against both readings: the fast one and the engines'.
 void expectRow(const Case& c) {
     const QString line = QString::fromUtf8(c.line);
+    const QString raw = QString(line).replace(LogParser::ansiRegex(), QString()).trimmed();
     const LogRow expected{QString::fromUtf8(c.time), QString::fromUtf8(c.level),
-                          QString::fromUtf8(c.source), QString::fromUtf8(c.message),
-                          QString(line).replace(LogParser::ansiRegex(), QString()).trimmed()};
+                          QString::fromUtf8(c.source),
+                          c.message ? QString::fromUtf8(c.message) : raw, raw};
     EXPECT_EQ(LogParser::parse(line), expected) << c.line;
     EXPECT_EQ(LogParser::parseReference(line), expected) << c.line;
 }
@@ -38,20 +42,20 @@ TEST(LogParser, WorkedExamples) {
         {"2024-05-01 10:00:00 request failed with error 42", "2024-05-01 10:00:00", "ERROR", "",
          "request failed with error 42"},
         {"[INFO] started", "", "", "INFO", "started"},
-        {"[a tag with spaces] INFO x", "", "INFO", "", "[a tag with spaces] INFO x"},
+        {"[a tag with spaces] INFO x", "", "INFO", "", whole},
         {"watchdog: worker restarted after 3 failures", "", "", "watchdog",
          "worker restarted after 3 failures"},
         {"a: b: c", "", "", "a", "b: c"},
         {"[2024-05-01T10:00:00.5+0530] x", "2024-05-01T10:00:00.5+0530", "", "", "x"},
         {"2024-05-01 10:00:00", "2024-05-01 10:00:00", "", "", ""},
-        {"{not json", "", "", "", "{not json"},
-        {"{}", "", "", "", "{}"},
+        {"{not json", "", "", "", whole},
+        {"{}", "", "", "", whole},
         {R"({"timestamp":"2024-05-01T10:00:00Z","level":"warning","target":"agent::ws","fields":{"message":"reconnecting"}})",
          "2024-05-01T10:00:00Z", "WARN", "agent::ws", "reconnecting"},
         {R"({"ts": 1714557600, "lvl": "err", "msg": "x"})", "1714557600", "ERROR", "", "x"},
-        {R"({"level":"info"})", "", "INFO", "", R"({"level":"info"})"},
+        {R"({"level":"info"})", "", "INFO", "", whole},
         {R"({"message": null, "msg": "x"})", "", "", "", "x"},
-        {R"({"msg": ""})", "", "", "", R"({"msg": ""})"},
+        {R"({"msg": ""})", "", "", "", whole},
         {R"({"level": 30, "msg": "x"})", "", "30", "", "x"},
     };
     for (const Case& c : cases) expectRow(c);
@@ -60,59 +64,55 @@ TEST(LogParser, WorkedExamples) {
 TEST(LogParser, PlainTextEdges) {
     const Case cases[] = {
         // blank lines
-        {"", "", "", "", ""},
+        {"", "", "", "", whole},
         {" \t ", "", "", "", ""},
         // colour sequences vanish before anything else
         {"\x1b[32mINFO\x1b[0m started", "", "INFO", "", "started"},
         {"\x1b[2m2024-05-01 10:00:00\x1b[0m \x1b[31mERROR\x1b[0m x", "2024-05-01 10:00:00", "ERROR",
          "", "x"},
-        {"\x1b[ not a sequence", "", "", "", "\x1b[ not a sequence"},
+        {"\x1b[ not a sequence", "", "", "", whole},
         // any letter case, normalised
-        {"warning a", "", "WARN", "", "a"},
+        {"fatal a", "", "FATAL", "", "a"},
         {"Warn a", "", "WARN", "", "a"},
         {"err a", "", "ERROR", "", "a"},
         {"critical a", "", "FATAL", "", "a"},
         // inside longer words no level is seen
-        {"INFORMATION MY_ERROR x", "", "", "", "INFORMATION MY_ERROR x"},
+        {"INFORMATION MY_ERROR x", "", "", "", whole},
         // a level at position 2 is taken out, at 3 it stays
         {"- INFO x", "", "INFO", "", "x"},
-        {"-- INFO x", "", "INFO", "", "-- INFO x"},
+        {"-- INFO x", "", "INFO", "", whole},
         // the level search sees only 80 characters
         {"0123456789012345678901234567890123456789012345678901234567890123456789012345678 ERROR",
-         "", "", "",
-         "0123456789012345678901234567890123456789012345678901234567890123456789012345678 ERROR"},
+         "", "", "", whole},
         {"01234567890123456789012345678901234567890123456789012345678901234567890123 ERROR", "",
-         "ERROR", "",
-         "01234567890123456789012345678901234567890123456789012345678901234567890123 ERROR"},
+         "ERROR", "", whole},
         // the window's end is the text's end for the word boundary
         {"012345678901234567890123456789012345678901234567890123456789012345678901234 INFORMATION",
-         "", "INFO", "",
-         "012345678901234567890123456789012345678901234567890123456789012345678901234 INFORMATION"},
+         "", "INFO", "", whole},
         // tags of 24 and 25 characters, an empty tag
         {"[abcdefghijklmnopqrstuvwx] m", "", "", "abcdefghijklmnopqrstuvwx", "m"},
-        {"[abcdefghijklmnopqrstuvwxy] m", "", "", "", "[abcdefghijklmnopqrstuvwxy] m"},
+        {"[abcdefghijklmnopqrstuvwxy] m", "", "", "", whole},
         {"[] m", "", "", "", "m"},
         {"[]  svc: m", "", "", "svc", "m"},
         // prefixes of 40 and 41 characters, and one with a space
         {"abcdefghijklmnopqrstuvwxyzabcdefghijklmn: m", "", "",
          "abcdefghijklmnopqrstuvwxyzabcdefghijklmn", "m"},
-        {"abcdefghijklmnopqrstuvwxyzabcdefghijklmno: m", "", "", "",
-         "abcdefghijklmnopqrstuvwxyzabcdefghijklmno: m"},
-        {"a b: c", "", "", "", "a b: c"},
-        {": c", "", "", "", ": c"},
+        {"abcdefghijklmnopqrstuvwxyzabcdefghijklmno: m", "", "", "", whole},
+        {"a b: c", "", "", "", whole},
+        {": c", "", "", "", whole},
         // a comma before the fraction ends the stamp at the seconds
         {"2024-05-01 10:00:00,123 INFO x", "2024-05-01 10:00:00", "INFO", "", ",123 INFO x"},
         {"2024-05-01T10:00:00+05:30 x", "2024-05-01T10:00:00+05:30", "", "", "x"},
         {"2024-05-01T10:00:00+05:3x y", "2024-05-01T10:00:00", "", "", "+05:3x y"},
         {"2024-05-01T10:00:00. x", "2024-05-01T10:00:00", "", "", ". x"},
         {"2024-05-01T10:00:00] x", "2024-05-01T10:00:00", "", "", "x"},
-        {"[2024-05-01T10:00 x", "", "", "", "[2024-05-01T10:00 x"},
+        {"[2024-05-01T10:00 x", "", "", "", whole},
         // a line feed inside a plain line becomes a space
         {"svc: a\nb", "", "", "svc", "a b"},
         // Unicode digits are digits, and a letter before a level word joins it
         {"\u0662\u0660\u0662\u0664-05-01 10:00:00 x", "\u0662\u0660\u0662\u0664-05-01 10:00:00", "",
          "", "x"},
-        {"\u00e9ERROR x", "", "", "", "\u00e9ERROR x"},
+        {"\u00e9ERROR x", "", "", "", whole},
         {"\u00e9 ERROR x", "", "ERROR", "", "x"},
         // limits count code points: an emoji is one character
         {"[\U0001F600bcdefghijklmnopqrstuvwx] m", "", "", "\U0001F600bcdefghijklmnopqrstuvwx", "m"},
@@ -127,10 +127,9 @@ TEST(LogParser, JsonEdges) {
     const Case cases[] = {
         // first key that gives a value; null, objects and arrays give none
         {R"({"time":{"a":1},"@timestamp":"t","severity":[1],"level":null,"lvl":"notice"})", "t",
-         "NOTICE", "",
-         R"({"time":{"a":1},"@timestamp":"t","severity":[1],"level":null,"lvl":"notice"})"},
+         "NOTICE", "", whole},
         // an empty string is a value: the next key is not tried
-        {R"({"message":"","msg":"x"})", "", "", "", R"({"message":"","msg":"x"})"},
+        {R"({"message":"","msg":"x"})", "", "", "", whole},
         {R"({"ts":"","time":"t","msg":"m"})", "", "", "", "m"},
         // booleans are 1 and 0, numbers keep their digits
         {R"({"time":true,"level":false,"source":-12,"msg":"m"})", "1", "0", "-12", "m"},
@@ -138,11 +137,9 @@ TEST(LogParser, JsonEdges) {
         {R"({"ts":1e3,"msg":"m"})", "1000", "", "", "m"},
         {R"({"ts":-0,"msg":"m"})", "0", "", "", "m"},
         // the nested message: only a string, only when no top-level text
-        {R"({"fields":{"message":7},"level":"INFO"})", "", "INFO", "",
-         R"({"fields":{"message":7},"level":"INFO"})"},
+        {R"({"fields":{"message":7},"level":"INFO"})", "", "INFO", "", whole},
         {R"({"msg":"top","fields":{"message":"nested"}})", "", "", "", "top"},
-        {R"({"fields":{"message":"a"},"fields":{"other":1}})", "", "", "",
-         R"({"fields":{"message":"a"},"fields":{"other":1}})"},
+        {R"({"fields":{"message":"a"},"fields":{"other":1}})", "", "", "", whole},
         // the last of duplicate keys wins
         {R"({"msg":"a","msg":"b"})", "", "", "", "b"},
         {R"({"msg":"a","msg":null,"body":"c"})", "", "", "", "c"},
@@ -150,34 +147,19 @@ TEST(LogParser, JsonEdges) {
         {R"({"msg":"say \"hi\"\nbye \u00e9\/"})", "", "", "", "say \"hi\"\nbye \u00e9/"},
         {R"({"m\u0073g":"escaped key"})", "", "", "", "escaped key"},
         // a top-level array, trailing text, overflow and bad syntax are plain text
-        {R"({"msg":"x"} tail)", "", "", "", R"({"msg":"x"} tail)"},
-        {R"({"msg":1e400})", "", "", "", R"({"msg":1e400})"},
-        {R"({"msg":"x",})", "", "", "", R"({"msg":"x",})"},
-        {R"({"level":"info" "msg":"x"})", "", "INFO", "", R"({"level":"info" "msg":"x"})"},
+        {R"({"msg":"x"} tail)", "", "", "", whole},
+        {R"({"msg":1e400})", "", "", "", whole},
+        {R"({"msg":"x",})", "", "", "", whole},
+        {R"({"level":"info" "msg":"x"})", "", "INFO", "", whole},
         // any other level word arrives upper-cased, Unicode included
-        {R"({"level":"stra\u00dfe"})", "", "STRASSE", "", R"({"level":"stra\u00dfe"})"},
+        {R"({"level":"stra\u00dfe"})", "", "STRASSE", "", whole},
         // colour codes are removed before the JSON is read
         {"\x1b[1m{\"msg\":\"x\"}\x1b[0m", "", "", "", "x"},
     };
-    for (const Case& c : cases) {
-        const QString line = QString::fromUtf8(c.line);
-        const LogRow row = LogParser::parse(line);
-        const LogRow reference = LogParser::parseReference(line);
-        EXPECT_EQ(row, reference) << c.line;
-        EXPECT_EQ(row.time, QString::fromUtf8(c.time)) << c.line;
-        EXPECT_EQ(row.level, QString::fromUtf8(c.level)) << c.line;
-        EXPECT_EQ(row.source, QString::fromUtf8(c.source)) << c.line;
-        EXPECT_EQ(row.message, QString::fromUtf8(c.message)) << c.line;
-    }
+    for (const Case& c : cases) expectRow(c);
 }
 
-TEST(LogParser, HelpersAndLoneSurrogates) {
-    EXPECT_EQ(LogParser::normLevel(u"warning"), u"WARN");
-    EXPECT_EQ(LogParser::normLevel(u"Err"), u"ERROR");
-    EXPECT_EQ(LogParser::normLevel(u"CRITICAL"), u"FATAL");
-    EXPECT_EQ(LogParser::normLevel(u"fatal"), u"FATAL");
-    EXPECT_EQ(LogParser::normLevel(u"notice"), u"NOTICE");
-    EXPECT_EQ(LogParser::normLevel(u""), u"");
+TEST(LogParser, StripsColourAndReadsLoneSurrogatesAsReplacements) {
     EXPECT_EQ(LogParser::stripANSI(u"\x1b[1;31mred\x1b[0m \x1b[x \x1b[12"), u"red  \x1b[12");
 
     const QString broken = QStringLiteral("INFO a") + QChar(0xD800) + QStringLiteral(" b");

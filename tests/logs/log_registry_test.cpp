@@ -41,10 +41,7 @@ protected:
     static void make(const QString& path, qint64 secs = 0, bool asFolder = false) {
         const QString host = sandbox::hostPath(path);
         ASSERT_TRUE(QDir().mkpath(asFolder ? host : QFileInfo(host).path()));
-        QFile f(host);
-        if (!asFolder) {
-            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        }
+        ASSERT_TRUE(asFolder || QFile(host).open(QIODevice::WriteOnly));
         const timeval times[2] = {{1'714'557'600 + secs, 0}, {1'714'557'600 + secs, 0}};
         ASSERT_EQ(::utimes(QFile::encodeName(host).constData(), times), 0);
     }
@@ -58,27 +55,19 @@ protected:
 
 TEST_F(LogRegistryTest, KnownLogsComeFirstInTheirOwnOrderThenEachFolderSorted) {
     EXPECT_TRUE(LogRegistry::discover().isEmpty());  // four missing folders
-    make(supportDir + "/zeta.log");
-    make(supportDir + "/alpha.log");
-    make("/var/log/ostrel/varnel-postinstall.log");
-    make(serviceDir + "/proxy.log");
-    make(serviceDir + "/agent.stderr.log", 0, true);  // a folder is listed like a file
-    make(serviceDir + "/agent.stdout.log");
-    make("/var/log/ostrel/varnel-endpoint/extra.log", 0, true);
-    make("/var/log/ostrel/other.log");
-
-    EXPECT_EQ(LogRegistry::discover(),
-              (QList<LogSource>{
-                  {QStringLiteral("Agent \u2014 output"), serviceDir + "/agent.stdout.log"},
-                  {QStringLiteral("Agent \u2014 errors"), serviceDir + "/agent.stderr.log"},
-                  {QStringLiteral("Installer \u2014 postinstall"),
-                   "/var/log/ostrel/varnel-postinstall.log"},
-                  {"proxy.log", serviceDir + "/proxy.log"},
-                  {"alpha.log", supportDir + "/alpha.log"},
-                  {"zeta.log", supportDir + "/zeta.log"},
-                  {"extra.log", "/var/log/ostrel/varnel-endpoint/extra.log"},
-                  {"other.log", "/var/log/ostrel/other.log"},
-              }));
+    const QList<LogSource> expected = {
+        {QStringLiteral("Agent \u2014 output"), serviceDir + "/agent.stdout.log"},
+        {QStringLiteral("Agent \u2014 errors"), serviceDir + "/agent.stderr.log"},
+        {QStringLiteral("Installer \u2014 postinstall"), "/var/log/ostrel/varnel-postinstall.log"},
+        {"proxy.log", serviceDir + "/proxy.log"},
+        {"alpha.log", supportDir + "/alpha.log"},
+        {"zeta.log", supportDir + "/zeta.log"},
+        {"extra.log", "/var/log/ostrel/varnel-endpoint/extra.log"},
+        {"other.log", "/var/log/ostrel/other.log"}};
+    // Made in reverse; a folder is listed like a file.
+    for (auto it = expected.rbegin(); it != expected.rend(); ++it)
+        make(it->path, 0, it->path.endsWith(u"stderr.log") || it->path.endsWith(u"extra.log"));
+    EXPECT_EQ(LogRegistry::discover(), expected);
 }
 
 TEST_F(LogRegistryTest, EachBaseNameKeepsItsNewestFileAndTheFirstListedOnATie) {
