@@ -36,6 +36,17 @@ public:
     // The one WARN row that stands for a log that could not be read.
     static LogRows fromError(const QString& errorText);
 
+    struct Appended;
+    struct Trimmed;
+    // The rows build() gives for this text followed by `more`. Only the new
+    // lines are parsed when this text is empty or ends in a line feed (their
+    // continuation lines may fold into the last row); otherwise, or beyond the
+    // size limit, everything is built again and `rebuilt` says so.
+    Appended appended(QStringView more) const;
+    // The rows build() gives for this text without its first `lines` lines
+    // (a line being everything up to and including a line feed).
+    Trimmed withoutLeadingLines(qsizetype lines) const;
+
     qsizetype size() const;
     bool isEmpty() const { return size() == 0; }
     // index must be below size().
@@ -48,8 +59,23 @@ public:
     struct Data;
 
 private:
-    friend QList<qsizetype> filterRows(const LogRows&, const QString&, const QString&);
+    friend QList<qsizetype> filterRows(const LogRows&, const QString&, const QString&, qsizetype,
+                                       qsizetype);
     std::shared_ptr<const Data> d;
+};
+
+struct LogRows::Appended {
+    LogRows rows;
+    bool rebuilt = false;      // no row can be assumed to be what it was
+    bool lastChanged = false;  // the row that was last has more folded into it
+    qsizetype added = 0;       // rows at the end that are new
+};
+
+struct LogRows::Trimmed {
+    LogRows rows;
+    qsizetype dropped = 0;    // rows gone from the front
+    qsizetype rederived = 0;  // rows then put at the front: lines that had been folded into a
+                              // dropped row, now rows of their own
 };
 
 // "All levels", "ERROR", "FATAL", "WARN", "INFO", "DEBUG", "TRACE".
@@ -57,8 +83,10 @@ const QStringList& levelChoices();
 
 // Indices of the rows that pass: the level choice matches exactly (or is
 // "All levels") and the search text, ignoring case, is found in time, level,
-// source or message (never raw).
-QList<qsizetype> filterRows(const LogRows& rows, const QString& levelChoice, const QString& search);
+// source or message (never raw). Only rows from `from` up to `to` (the end
+// when negative) are looked at.
+QList<qsizetype> filterRows(const LogRows& rows, const QString& levelChoice, const QString& search,
+                            qsizetype from = 0, qsizetype to = -1);
 
 // "12 of 40 lines", then " · showing last 4 MB" when truncated, then " · " and
 // the path when there is one.

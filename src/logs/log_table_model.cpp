@@ -1,6 +1,7 @@
 #include "logs/log_table_model.h"
 
 #include <QFontDatabase>
+#include <algorithm>
 
 #include "app/system_palette.h"
 
@@ -27,6 +28,52 @@ void LogTableModel::setContent(LogRows rows, QList<qsizetype> shown) {
     rows_ = std::move(rows);
     shown_ = std::move(shown);
     endResetModel();
+}
+
+void LogTableModel::applyGrowth(LogRows rows, const LogFollowChange& change,
+                                const Passing& passing) {
+    const auto gone = std::lower_bound(shown_.cbegin(), shown_.cend(), change.dropped);
+    if (const int count = int(gone - shown_.cbegin()); count > 0) {
+        beginRemoveRows({}, 0, count - 1);
+        shown_.remove(0, count);
+        endRemoveRows();
+    }
+    // The rows that stay are the same rows at new indices.
+    rows_ = std::move(rows);
+    for (qsizetype& index : shown_) index += change.rederived - change.dropped;
+
+    QList<qsizetype> front = passing(rows_, 0, change.rederived);
+    if (!front.isEmpty()) {
+        beginInsertRows({}, 0, int(front.size()) - 1);
+        front.append(shown_);
+        shown_ = std::move(front);
+        endInsertRows();
+    }
+
+    if (change.lastChanged) {
+        const qsizetype last = rows_.size() - change.added - 1;
+        const bool wasShown = !shown_.isEmpty() && shown_.last() == last;
+        const bool passes = !passing(rows_, last, last + 1).isEmpty();
+        const int tableRow = int(shown_.size()) - (wasShown ? 1 : 0);
+        if (wasShown && passes) {
+            emit dataChanged(index(tableRow, 0), index(tableRow, columnCount_ - 1));
+        } else if (wasShown) {
+            beginRemoveRows({}, tableRow, tableRow);
+            shown_.removeLast();
+            endRemoveRows();
+        } else if (passes) {
+            beginInsertRows({}, tableRow, tableRow);
+            shown_.append(last);
+            endInsertRows();
+        }
+    }
+
+    const QList<qsizetype> added = passing(rows_, rows_.size() - change.added, rows_.size());
+    if (!added.isEmpty()) {
+        beginInsertRows({}, int(shown_.size()), int(shown_.size() + added.size()) - 1);
+        shown_.append(added);
+        endInsertRows();
+    }
 }
 
 int LogTableModel::rowCount(const QModelIndex& parent) const {

@@ -4,6 +4,9 @@
 #include <QFont>
 #include <QList>
 
+#include <functional>
+
+#include "logs/log_follow.h"
 #include "logs/log_rows.h"
 
 namespace varnel {
@@ -22,6 +25,14 @@ public:
 
     // Replaces everything at once (a model reset).
     void setContent(LogRows rows, QList<qsizetype> shown);
+
+    // Which of rows [from, to) pass the filter, ascending.
+    using Passing = std::function<QList<qsizetype>(const LogRows&, qsizetype from, qsizetype to)>;
+    // Moves to `rows`, which differ from the current ones as `change` (grown)
+    // says, with row removals, insertions and a data change instead of a
+    // reset, so the view keeps its selection and does no more work than the
+    // change needs.
+    void applyGrowth(LogRows rows, const LogFollowChange& change, const Passing& passing);
 
     const LogRows& rows() const { return rows_; }
     const QList<qsizetype>& shown() const { return shown_; }

@@ -25,7 +25,6 @@
 #include "logs/file_reveal.h"
 #include "logs/log_cell_delegate.h"
 #include "logs/log_table_model.h"
-#include "logs/log_tail.h"
 #include "logs/message_layout.h"
 #include "logs/row_height.h"
 
@@ -93,7 +92,7 @@ LogViewer::LogViewer(QObject* parent)
     followTimer_ = new QTimer(this);
     followTimer_->setObjectName(QStringLiteral("followTimer"));
     followTimer_->setInterval(followIntervalMs);
-    connect(followTimer_, &QTimer::timeout, this, [this] { loadSelected(false); });
+    connect(followTimer_, &QTimer::timeout, this, &LogViewer::followSelected);
 
     // Column resizes come in bursts while the user drags; measure once per burst.
     heightTimer_ = new QTimer(this);
@@ -271,12 +270,55 @@ void LogViewer::loadSelected(bool preserveScroll) {
     }
     const QString previousPath = currentPath_;
     currentPath_ = sources_[index].path;
-    LogTail tail = readLogTail(currentPath_, tailBytes);
-    truncated_ = tail.truncated;
-    rows_ = tail.error ? LogRows::fromError(*tail.error) : LogRows::build(std::move(tail.text));
+    follow_ = LogFollow(currentPath_, tailBytes);
+    follow_.load();
+    truncated_ = follow_.truncated();
+    rows_ = follow_.rows();
     heightCacheWidth_ = -1;
     if (previousPath != currentPath_) table_->selectionModel()->clear();
     applyFilter(!preserveScroll);
+}
+
+void LogViewer::followSelected() {
+    const int index = logPopup_->currentIndex();
+    if (sources_.isEmpty() || index < 0 || index >= sources_.size() ||
+        sources_[index].path != follow_.path()) {
+        loadSelected(false);
+        return;
+    }
+    const LogFollowChange change = follow_.update();
+    if (change.kind == LogFollowChange::Kind::reloaded) {
+        truncated_ = follow_.truncated();
+        rows_ = follow_.rows();
+        heightCacheWidth_ = -1;
+        applyFilter(true);
+        return;
+    }
+    if (change.kind == LogFollowChange::Kind::grown) {
+        // Wrapped heights already measured stay with their rows.
+        if (heightCacheWidth_ >= 0 && heightCache_.size() == rows_.size()) {
+            heightCache_.remove(0, change.dropped);
+            heightCache_.insert(0, change.rederived, -1);
+            if (change.lastChanged && !heightCache_.isEmpty()) heightCache_.last() = -1;
+            heightCache_.append(QList<int>(change.added, -1));
+        } else {
+            heightCacheWidth_ = -1;
+        }
+        truncated_ = follow_.truncated();
+        rows_ = follow_.rows();
+        // The search and the level do not change during a tick, so only the
+        // new rows need a look.
+        const QString level =
+            levelPopup_->currentIndex() < 0 ? allLevels : levelPopup_->currentText();
+        const QString search = searchField_->text();
+        model_->applyGrowth(rows_, change, [&](const LogRows& rows, qsizetype from, qsizetype to) {
+            return filterRows(rows, level, search, from, to);
+        });
+        updateRowHeights();
+        statusLabel_->setText(
+            statusLine(model_->shown().size(), rows_.size(), truncated_, currentPath_));
+    }
+    scrollToEnd();
 }
 
 void LogViewer::applyFilter(bool scrollToEnd) {

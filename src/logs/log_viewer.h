@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 
+#include "logs/log_follow.h"
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
 
@@ -51,6 +52,8 @@ protected:
 private:
     void build();
     void loadSelected(bool preserveScroll);
+    // A Follow tick: what a load would show now, at the cost of what changed.
+    void followSelected();
     void applyFilter(bool scrollToEnd);
     void toggleWrap();
     void toggleFollow();
@@ -83,6 +86,7 @@ private:
     QTimer* heightTimer_ = nullptr;
 
     QList<LogSource> sources_;
+    LogFollow follow_;
     LogRows rows_;
     QString currentPath_;
     bool truncated_ = false;

@@ -308,6 +308,39 @@ TEST_F(LogViewerTest, FollowPicksUpNewLinesUntilTheWindowCloses) {
     EXPECT_FALSE(timer->isActive());
 }
 
+TEST_F(LogViewerTest, FollowTicksAddWhatWasAppendedWithoutResettingTheTable) {
+    writeLog(agentOut, numberedLines(0, 20) + QStringLiteral("2024-05-01 11:00:00 ERROR boom\n"));
+    viewer.show();
+    child<QComboBox>("levelPopup")->setCurrentText(QStringLiteral("ERROR"));
+    ASSERT_EQ(rows(), 1);
+    table()->selectRow(0);
+    int resets = 0;
+    QObject::connect(table()->model(), &QAbstractItemModel::modelReset, [&] { ++resets; });
+    auto* timer = viewer.findChild<QTimer*>(QStringLiteral("followTimer"));
+    timer->setInterval(20);
+    child<QCheckBox>("followCheck")->setChecked(true);
+
+    // A frame folds into the shown row; of the new rows only the errors show.
+    writeLog(agentOut,
+             QStringLiteral("    at tls.Handshake(conn:12)\n") + numberedLines(21, 4) +
+                 numberedLines(25, 5, "ERROR"),
+             true);
+    ASSERT_TRUE(waitFor([&] { return rows() == 6; }));
+    EXPECT_EQ(resets, 0);
+    EXPECT_EQ(cell(0, 3), QStringLiteral("boom  \u27F6  at tls.Handshake(conn:12)"));
+    EXPECT_EQ(cell(5, 3), QStringLiteral("line 29"));
+    ASSERT_EQ(table()->selectionModel()->selectedRows().size(), 1);
+    EXPECT_EQ(table()->selectionModel()->selectedRows().at(0).row(), 0);
+    EXPECT_EQ(status(), QStringLiteral("6 of 30 lines · ") + agentOut);
+    EXPECT_TRUE(lastRowVisible());
+
+    // A file cut short is read whole again.
+    writeLog(agentOut, QStringLiteral("2024-05-01 12:00:00 ERROR fresh\n"));
+    ASSERT_TRUE(waitFor([&] { return rows() == 1 && cell(0, 3) == QStringLiteral("fresh"); }));
+    EXPECT_GE(resets, 1);
+    EXPECT_EQ(status(), QStringLiteral("1 of 1 lines · ") + agentOut);
+}
+
 TEST_F(LogViewerTest, ReloadReadsAgainWithoutMovingTheView) {
     writeLog(agentOut, numberedLines(0, 500));
     viewer.show();

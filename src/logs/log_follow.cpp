@@ -1,0 +1,212 @@
+#include "logs/log_follow.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QFile>
+#include <cerrno>
+
+#include "logs/log_tail.h"
+#include "monitor/sandbox.h"
+
+namespace varnel {
+
+namespace {
+
+// Enough to tell a rewritten file from one that grew, in practice.
+constexpr qsizetype kPrintBytes = 64;
+constexpr qsizetype kChunk = 64 * 1024;
+
+qint64 nanoseconds(const timespec& t) {
+    return qint64(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
+}
+
+LogFollow::FileState stateOf(const struct stat& info) {
+#if defined(__APPLE__)
+    return {true,
+            quint64(info.st_dev),
+            quint64(info.st_ino),
+            quint64(info.st_size),
+            nanoseconds(info.st_mtimespec),
+            nanoseconds(info.st_ctimespec)};
+#else
+    return {true,
+            quint64(info.st_dev),
+            quint64(info.st_ino),
+            quint64(info.st_size),
+            nanoseconds(info.st_mtim),
+            nanoseconds(info.st_ctim)};
+#endif
+}
+
+LogFollow::FileState stateOf(const QByteArray& hostPath) {
+    struct stat info {};
+    if (::stat(hostPath.constData(), &info) != 0 || !S_ISREG(info.st_mode)) return {};
+    return stateOf(info);
+}
+
+class ReadOnlyFile {
+public:
+    explicit ReadOnlyFile(const QByteArray& hostPath)
+        : fd_(::open(hostPath.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
+    ~ReadOnlyFile() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    ReadOnlyFile(const ReadOnlyFile&) = delete;
+    ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
+
+    LogFollow::FileState state() const {
+        struct stat info {};
+        if (fd_ < 0 || ::fstat(fd_, &info) != 0 || !S_ISREG(info.st_mode)) return {};
+        return stateOf(info);
+    }
+
+    // Exactly `size` bytes from `at`, or nothing.
+    std::optional<QByteArray> read(quint64 at, qsizetype size) const {
+        QByteArray bytes(size, Qt::Uninitialized);
+        qsizetype got = 0;
+        while (got < size) {
+            const ssize_t n = ::pread(fd_, bytes.data() + got, size_t(size - got), off_t(at + got));
+            if (n > 0)
+                got += n;
+            else if (n < 0 && errno == EINTR)
+                continue;
+            else
+                return std::nullopt;
+        }
+        return bytes;
+    }
+
+    // Just past the first line feed at or after `from`, before `end`.
+    std::optional<quint64> lineStartAfter(quint64 from, quint64 end) const {
+        for (quint64 at = from; at < end; at += kChunk) {
+            const auto bytes = read(at, qsizetype(qMin<quint64>(kChunk, end - at)));
+            if (!bytes) return std::nullopt;
+            const qsizetype lineFeed = bytes->indexOf('\n');
+            if (lineFeed >= 0) return at + quint64(lineFeed) + 1;
+        }
+        return std::nullopt;
+    }
+
+    std::optional<qsizetype> lineFeedsIn(quint64 from, quint64 end) const {
+        qsizetype count = 0;
+        for (quint64 at = from; at < end; at += kChunk) {
+            const auto bytes = read(at, qsizetype(qMin<quint64>(kChunk, end - at)));
+            if (!bytes) return std::nullopt;
+            count += bytes->count('\n');
+        }
+        return count;
+    }
+
+private:
+    int fd_;
+};
+
+bool sameFile(const LogFollow::FileState& a, const LogFollow::FileState& b) {
+    return a.present && b.present && a.device == b.device && a.inode == b.inode;
+}
+
+}  // namespace
+
+LogFollow::LogFollow(QString path, quint64 maxBytes)
+    : path_(std::move(path)), maxBytes_(maxBytes) {}
+
+LogFollowChange LogFollow::load() {
+    const FileState before = stateOf(QFile::encodeName(sandbox::hostPath(path_)));
+    LogTail tail = readLogTail(path_, maxBytes_);
+    truncated_ = tail.truncated;
+    rows_ = tail.error ? LogRows::fromError(*tail.error) : LogRows::build(std::move(tail.text));
+    seen_ = before;
+    continuable_ = !tail.error && settle(before);
+    return {LogFollowChange::Kind::reloaded};
+}
+
+// Works out where the rows just loaded stand in the file, provided the file
+// stayed as it was while it was read.
+bool LogFollow::settle(const FileState& before) {
+    if (!before.present || before.size == 0) return false;
+    const QByteArray host = QFile::encodeName(sandbox::hostPath(path_));
+    const ReadOnlyFile file(host);
+    if (file.state() != before) return false;
+    const quint64 size = before.size;
+
+    // A one-byte file could still become UTF-16 by its second byte.
+    const auto head = file.read(0, qsizetype(qMin<quint64>(2, size)));
+    if (!head) return false;
+    const uchar first = uchar(head->at(0));
+    if (first == 0xFF || first == 0xFE) {
+        if (head->size() < 2) return false;
+        const uchar second = uchar(head->at(1));
+        if ((first == 0xFF && second == 0xFE) || (first == 0xFE && second == 0xFF)) return false;
+    }
+
+    const qsizetype printSize = qsizetype(qMin<quint64>(kPrintBytes, size));
+    const auto print = file.read(size - quint64(printSize), printSize);
+    if (!print || !print->endsWith('\n')) return false;
+
+    quint64 windowStart = 0;
+    if (size > maxBytes_) {
+        const auto start = file.lineStartAfter(size - maxBytes_, size);
+        if (!start) return false;
+        windowStart = *start;
+    }
+    if (stateOf(host) != before) return false;
+    consumed_ = size;
+    windowStart_ = windowStart;
+    lastBytes_ = *print;
+    return true;
+}
+
+LogFollowChange LogFollow::update() {
+    const QByteArray host = QFile::encodeName(sandbox::hostPath(path_));
+    const FileState now = stateOf(host);
+    if (now == seen_) return {};
+    if (!continuable_ || !sameFile(now, seen_) || now.size <= consumed_) return load();
+    // The window moves past everything read before: nothing to keep.
+    if (now.size > maxBytes_ && now.size - maxBytes_ >= consumed_) return load();
+
+    const ReadOnlyFile file(host);
+    if (!sameFile(file.state(), now)) return load();
+    const auto print = file.read(consumed_ - quint64(lastBytes_.size()), lastBytes_.size());
+    if (!print || *print != lastBytes_) return load();
+    const auto grown = file.read(consumed_, qsizetype(now.size - consumed_));
+    if (!grown || !grown->endsWith('\n')) return load();
+
+    LogFollowChange change{LogFollowChange::Kind::grown};
+    LogRows rows = rows_;
+    quint64 windowStart = windowStart_;
+    if (now.size > maxBytes_) {
+        // There is a line feed before the old end, so the new window starts
+        // at or before it.
+        const auto start = file.lineStartAfter(now.size - maxBytes_, consumed_);
+        if (!start) return load();
+        windowStart = *start;
+        if (windowStart > windowStart_) {
+            const auto lines = file.lineFeedsIn(windowStart_, windowStart);
+            if (!lines) return load();
+            LogRows::Trimmed trimmed = rows.withoutLeadingLines(*lines);
+            rows = std::move(trimmed.rows);
+            change.dropped = trimmed.dropped;
+            change.rederived = trimmed.rederived;
+        }
+    }
+
+    // Appended bytes start after a line feed, where decoding starts afresh.
+    QString more = QString::fromUtf8(*grown);
+    if (more.contains(QChar::ByteOrderMark)) more.remove(QChar::ByteOrderMark);
+    LogRows::Appended appended = rows.appended(more);
+    if (appended.rebuilt) return load();
+    change.lastChanged = appended.lastChanged;
+    change.added = appended.added;
+
+    rows_ = std::move(appended.rows);
+    truncated_ = now.size > maxBytes_;
+    seen_ = now;
+    consumed_ = now.size;
+    windowStart_ = windowStart;
+    lastBytes_ = (lastBytes_ + *grown).right(kPrintBytes);
+    return change;
+}
+
+}  // namespace varnel
