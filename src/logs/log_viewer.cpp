@@ -20,6 +20,7 @@
 #include <QVBoxLayout>
 #include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
+#include <utility>
 
 #include "app/system_palette.h"
 #include "logs/file_reveal.h"
@@ -102,7 +103,12 @@ LogViewer::LogViewer(QObject* parent)
 }
 
 LogViewer::~LogViewer() {
-    delete window_;
+    // The window's children still send events (resize, hide) while they are
+    // torn down; the filter must not reach into widgets half destroyed.
+    QWidget* window = std::exchange(window_, nullptr);
+    table_ = nullptr;
+    searchField_ = nullptr;
+    delete window;
 }
 
 QWidget* LogViewer::window() const {

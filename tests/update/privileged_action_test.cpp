@@ -78,7 +78,7 @@ TEST(PrivilegedAction, HostileVersionTextsStayInsideThePrompt) {
         "2.0\r\t\"\"end",
     };
     for (const QString& latest : hostile) {
-        for (const QString& installed : {"1.0", latest}) {
+        for (const QString& installed : {QString("1.0"), latest}) {
             const PrivilegedRequest request = updateRequest(installed, latest + "9");
             const auto decoded = decode(administratorScript(request));
             ASSERT_TRUE(decoded) << administratorScript(request).toStdString();
