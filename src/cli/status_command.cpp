@@ -1,5 +1,7 @@
 #include "cli/status_command.h"
 
+#include "cli/log_output.h"
+
 #include "app/health_summary.h"
 #include "monitor/cert_check.h"
 #include "monitor/poller.h"
@@ -40,35 +42,6 @@ Report gather() {
     report.overall = overallHealth(report.services);
     report.updateAvailable = versionIsNewer(report.latest, report.installed);
     return report;
-}
-
-QString jsonString(const QString& text) {
-    QString quoted = QStringLiteral("\"");
-    for (const QChar c : text) {
-        switch (c.unicode()) {
-            case u'"':
-                quoted += QStringLiteral("\\\"");
-                break;
-            case u'\\':
-                quoted += QStringLiteral("\\\\");
-                break;
-            case u'\n':
-                quoted += QStringLiteral("\\n");
-                break;
-            case u'\r':
-                quoted += QStringLiteral("\\r");
-                break;
-            case u'\t':
-                quoted += QStringLiteral("\\t");
-                break;
-            default:
-                if (c.unicode() < 0x20)
-                    quoted += QStringLiteral("\\u%1").arg(int(c.unicode()), 4, 16, QChar(u'0'));
-                else
-                    quoted += c;
-        }
-    }
-    return quoted + u'"';
 }
 
 QString jsonHealth(Health health) {
