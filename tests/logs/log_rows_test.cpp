@@ -41,12 +41,33 @@ QList<LogRow> plainRows(const QString& text) {
     return rows;
 }
 
+void expectPlain(const LogRows& rows, const QString& text) {
+    const QList<LogRow> expected = plainRows(text);
+    ASSERT_EQ(rows.size(), expected.size());
+    for (qsizetype i = 0; i < rows.size(); ++i) ASSERT_EQ(rows[i].toRow(), expected[i]) << i;
+}
+
+// Which of rows [from, to) pass, the plain way.
+QList<qsizetype> plainFilter(const LogRows& rows, const QString& level, const QString& search,
+                             qsizetype from, qsizetype to) {
+    QList<qsizetype> out;
+    for (qsizetype i = from; i < to; ++i) {
+        const LogRow r = rows[i].toRow();
+        // No needle holds the separator, so none is found across two fields.
+        const QString fields = QStringList{r.time, r.level, r.source, r.message}.join(QChar(0));
+        if ((level == u"All levels" || r.level == level) &&
+            fields.toLower().contains(search.toLower()))
+            out.append(i);
+    }
+    return out;
+}
+
 }  // namespace
 
-TEST(LogRows, SplittingAndFolding) {
+TEST(LogRows, SplittingAndFoldingMatchRowsBuiltThePlainWay) {
     // The stack trace of the example, a blank and a whitespace line, and a
     // text ending in a line feed.
-    LogRows rows = LogRows::build(
+    const LogRows rows = LogRows::build(
         QStringLiteral("2024-05-01 10:00:00 ERROR boom\n    at tls.Handshake(conn:12)\n"
                        "    at net.Dial(dial:7)\n\n \t \nsvc: next\n"));
     ASSERT_EQ(rows.size(), 2);
@@ -58,47 +79,19 @@ TEST(LogRows, SplittingAndFolding) {
                 "    at net.Dial(dial:7)"}));
     EXPECT_EQ(rows[1].toRow(), (LogRow{"", "", "svc", "next", "svc: next"}));
 
-    // "in " after a component prefix folds; so does a line under a blank line,
-    // its raw text then joined from pieces that are not adjacent.
-    rows = LogRows::build(
-        QStringLiteral("2024-05-01 10:00:00 INFO tick  \nmain: in loop\n\n\tdetail\r\n"));
-    ASSERT_EQ(rows.size(), 1);
-    EXPECT_EQ(rows[0].message, QString("tick" + kArrow + "in loop" + kArrow + "detail"));
-    EXPECT_EQ(rows[0].raw, u"2024-05-01 10:00:00 INFO tick\nmain: in loop\n\tdetail");
-
-    // Continuations at the start, under a row without a time, or carrying
-    // their own time stamp are rows of their own.
-    rows =
-        LogRows::build(QStringLiteral("  at start\nplain line\n  at under plain\n"
-                                      "2024-05-01 10:00:00 a\n 2024-05-01 10:00:01 b\r\n"));
-    EXPECT_EQ(rows.size(), 5);
-    EXPECT_EQ(rows[4].time, u"2024-05-01 10:00:01");
-
-    EXPECT_EQ(LogRows::build(QString()).size(), 0);
-    EXPECT_EQ(LogRows::build(QStringLiteral("\n\n \u00a0\n")).size(), 0);
-}
-
-TEST(LogRows, MatchRowsBuiltThePlainWay) {
-    test_support::LogCorpus corpus(3);
-    QString text = corpus.text(1'500'000);
-    text += QStringLiteral("\n  at first\r\n\x1b[31m2024-05-01 10:00:00 X\x1b[0m  \n  in y \n");
-    text.squeeze();  // as a freshly read tail is
-    const LogRows rows = LogRows::build(text);
-    const QList<LogRow> expected = plainRows(text);
-    ASSERT_EQ(rows.size(), expected.size());
-    for (qsizetype i = 0; i < rows.size(); ++i) ASSERT_EQ(rows[i].toRow(), expected[i]) << i;
-
-    // Copies share the text; nothing is copied per row.
-    const LogRows copy = rows;
-    EXPECT_EQ(copy[7].message.data(), rows[7].message.data());
-    EXPECT_LT(rows.memoryBytes(), 3 * text.toUtf8().size());
-}
-
-TEST(LogRows, FoldingAcrossTheMiddleOfALargeText) {
     // Large texts are built in two halves; a trace running over the middle
     // must fold as if read in one go, and so must one that must not fold.
     const QString frames = QStringLiteral("    at frame(x:1)\n").repeated(40'000);
     const QString texts[] = {
+        // "in " after a component prefix folds; so does a line under a blank
+        // line, its raw text then joined from pieces that are not adjacent.
+        "2024-05-01 10:00:00 INFO tick  \nmain: in loop\n\n\tdetail\r\n",
+        // Continuations at the start, under a row without a time, or carrying
+        // their own time stamp are rows of their own.
+        "  at start\nplain line\n  at under plain\n2024-05-01 10:00:00 a\n 2024-05-01 10:00:01 "
+        "b\r\n",
+        "",
+        "\n\n \u00a0\n",
         "2024-05-01 10:00:00 ERROR boom\n" + frames + "next\n",
         "no time here\n" + frames,
         "2024-05-01 10:00:00 ERROR boom\n" + frames + "2024-05-01 10:00:01 x\n" + frames,
@@ -106,80 +99,67 @@ TEST(LogRows, FoldingAcrossTheMiddleOfALargeText) {
             QStringLiteral("main: in loop\n").repeated(20'000),
     };
     for (const QString& text : texts) {
-        const LogRows rows = LogRows::build(text);
-        const QList<LogRow> expected = plainRows(text);
-        ASSERT_EQ(rows.size(), expected.size());
-        for (qsizetype i = 0; i < rows.size(); ++i) ASSERT_EQ(rows[i].toRow(), expected[i]) << i;
+        SCOPED_TRACE(text.left(60).toStdString());
+        expectPlain(LogRows::build(text), text);
     }
+    EXPECT_EQ(LogRows::build(texts[0])[0].message,
+              QString("tick" + kArrow + "in loop" + kArrow + "detail"));
 }
 
-TEST(LogRows, ErrorRow) {
-    const QString error = QStringLiteral(
-        "Cannot read this log (permission denied). Try \u2018Open Logs Folder\u2019.");
-    const LogRows rows = LogRows::fromError(error);
-    ASSERT_EQ(rows.size(), 1);
-    EXPECT_EQ(rows[0].toRow(), (LogRow{"", "WARN", "", error, error}));
-    EXPECT_EQ(filterRows(rows, "WARN", "permission"), QList<qsizetype>{0});
-    EXPECT_TRUE(filterRows(rows, "ERROR", "").isEmpty());
+TEST(LogRows, ACorpusMatchesRowsBuiltThePlainWayAndSharesItsText) {
+    test_support::LogCorpus corpus(3);
+    QString text = corpus.text(1'500'000);
+    text += QStringLiteral("\n  at first\r\n\x1b[31m2024-05-01 10:00:00 X\x1b[0m  \n  in y \n");
+    text.squeeze();  // as a freshly read tail is
+    const LogRows rows = LogRows::build(text);
+    expectPlain(rows, text);
+
+    // Copies share the text; nothing is copied per row.
+    const LogRows copy = rows;
+    EXPECT_EQ(copy[7].message.data(), rows[7].message.data());
+    EXPECT_LT(rows.memoryBytes(), 3 * text.toUtf8().size());
 }
 
-TEST(LogRows, Filter) {
+TEST(LogRows, FilterMatchesPlainLowerCasingForEveryLevelChoice) {
     const LogRows rows = LogRows::build(QStringLiteral(
         "2024-05-01 10:00:00 WARNING: disk nearly full\n"                          // 0 WARN
         "[2024-05-01 10:00:01] ERROR proxy: Handshake FAILED\n"                    // 1 ERROR
         "2024-05-01 10:00:02 FATAL core: gone\n"                                   // 2 FATAL
         "{\"level\":\"info\",\"target\":\"Caf\u00c9\",\"msg\":\"\u212Aelvin\"}\n"  // 3 INFO
-        "no level here\n"));                                                       // 4
-    const QString all = QStringLiteral("All levels");
-
-    EXPECT_EQ(filterRows(rows, all, ""), (QList<qsizetype>{0, 1, 2, 3, 4}));
-    // An exact match: WARN hides ERROR and FATAL.
+        "no level here\n"                                                          // 4
+        // '[' and '{', '@' and '`' differ only in bit 0x20: near misses stay misses.
+        "svc: a {2024 `at` and a longer tail of text\n"));
+    // An exact match: WARN hides ERROR and FATAL. Text only raw holds (the
+    // word WARNING, a stamp's bracket) is never found. Lower-casing is
+    // Unicode's: É and the Kelvin sign K.
     EXPECT_EQ(filterRows(rows, "WARN", ""), QList<qsizetype>{0});
-    EXPECT_EQ(filterRows(rows, "ERROR", ""), QList<qsizetype>{1});
-    EXPECT_TRUE(filterRows(rows, "DEBUG", "").isEmpty());
-    // Any letter case, in time, level, source or message.
-    EXPECT_EQ(filterRows(rows, all, "handshake failed"), QList<qsizetype>{1});
-    EXPECT_EQ(filterRows(rows, all, "PROXY"), QList<qsizetype>{1});
-    EXPECT_EQ(filterRows(rows, all, "10:00:02"), QList<qsizetype>{2});
-    EXPECT_EQ(filterRows(rows, all, "fatal"), QList<qsizetype>{2});
-    EXPECT_EQ(filterRows(rows, "FATAL", "disk"), QList<qsizetype>{});
-    // Text only raw holds is never found: the word WARNING, a stamp's bracket.
-    EXPECT_TRUE(filterRows(rows, all, "warning").isEmpty());
-    EXPECT_TRUE(filterRows(rows, all, "[2024").isEmpty());
-    // Lower-casing is Unicode's: É and the Kelvin sign K.
-    EXPECT_EQ(filterRows(rows, all, "caf\u00e9"), QList<qsizetype>{3});
-    EXPECT_EQ(filterRows(rows, all, "CAF\u00c9"), QList<qsizetype>{3});
-    EXPECT_EQ(filterRows(rows, all, "kelvin"), QList<qsizetype>{3});
-    EXPECT_EQ(filterRows(rows, all, "e"), (QList<qsizetype>{0, 1, 2, 3, 4}));
+    EXPECT_TRUE(filterRows(rows, "All levels", "warning").isEmpty());
+    EXPECT_EQ(filterRows(rows, "All levels", "kelvin"), QList<qsizetype>{3});
 
-    // '[' and '{', '@' and '`' differ only in bit 0x20: near misses stay misses.
-    const LogRows near =
-        LogRows::build(QStringLiteral("svc: a {2024 `at` and a longer tail of text\n"));
-    EXPECT_TRUE(filterRows(near, all, "[2024").isEmpty());
-    EXPECT_TRUE(filterRows(near, all, "@at").isEmpty());
-    EXPECT_EQ(filterRows(near, all, "{2024 `AT"), QList<qsizetype>{0});
-    EXPECT_EQ(filterRows(near, all, "OF TEXT"), QList<qsizetype>{0});
-}
+    const QString error = QStringLiteral(
+        "Cannot read this log (permission denied). Try \u2018Open Logs Folder\u2019.");
+    const LogRows errorRow = LogRows::fromError(error);
+    ASSERT_EQ(errorRow.size(), 1);
+    EXPECT_EQ(errorRow[0].toRow(), (LogRow{"", "WARN", "", error, error}));
 
-TEST(LogRows, FilterMatchesPlainLowerCasing) {
     test_support::LogCorpus corpus(5);
-    const LogRows rows = LogRows::build(corpus.text(600'000));
-    for (const QString& needle :
-         {QStringLiteral("retry"), QStringLiteral("AGENT::"), QStringLiteral("caf\u00c9"),
-          QStringLiteral(":4"), QStringLiteral("\u65e5\u672c"), QStringLiteral("\u27F6")}) {
-        for (const QString& level : {QStringLiteral("All levels"), QStringLiteral("ERROR")}) {
-            QList<qsizetype> expected;
-            const QString lower = needle.toLower();
-            for (qsizetype i = 0; i < rows.size(); ++i) {
-                const LogRow r = rows[i].toRow();
-                if (level != u"All levels" && r.level != level) continue;
-                if (r.time.toLower().contains(lower) || r.level.toLower().contains(lower) ||
-                    r.source.toLower().contains(lower) || r.message.toLower().contains(lower))
-                    expected.append(i);
+    const LogRows big = LogRows::build(corpus.text(600'000));
+    const QStringList needles =
+        QStringLiteral(
+            "|handshake failed|PROXY|10:00:02|fatal|disk|warning|[2024|caf\u00e9|CAF\u00c9"
+            "|kelvin|e|@at|{2024 `AT|OF TEXT|retry|AGENT::|:4|\u65e5\u672c|\u27F6|PERMISSION")
+            .split(u'|');
+    for (const LogRows* r : {&rows, &errorRow, &big})
+        for (const QString& level : levelChoices())
+            for (const QString& needle : needles) {
+                SCOPED_TRACE(level.toStdString() + " / " + needle.toStdString());
+                EXPECT_EQ(filterRows(*r, level, needle),
+                          plainFilter(*r, level, needle, 0, r->size()));
+                // A part of the rows, as Follow asks for the rows it added.
+                const qsizetype from = r->size() / 3, to = r->size() - 1;
+                EXPECT_EQ(filterRows(*r, level, needle, from, to),
+                          plainFilter(*r, level, needle, from, to));
             }
-            EXPECT_EQ(filterRows(rows, level, needle), expected) << needle.toStdString();
-        }
-    }
 }
 
 TEST(LogRows, StatusLineAndColours) {
@@ -191,23 +171,16 @@ TEST(LogRows, StatusLineAndColours) {
                   "1 of 1 lines \u00B7 showing last 4 MB \u00B7 /Library/Logs/Varnel/agent.log"));
     EXPECT_EQ(statusLine(0, 3, false, "/x.log"), QStringLiteral("0 of 3 lines \u00B7 /x.log"));
 
-    const struct {
-        const char16_t* level;
-        SystemColor level_color;
-        SystemColor message_color;
-    } colours[] = {
-        {u"ERROR", SystemColor::red, SystemColor::red},
-        {u"FATAL", SystemColor::red, SystemColor::red},
-        {u"WARN", SystemColor::orange, SystemColor::label},
-        {u"INFO", SystemColor::green, SystemColor::label},
-        {u"DEBUG", SystemColor::secondaryLabel, SystemColor::label},
-        {u"TRACE", SystemColor::secondaryLabel, SystemColor::label},
-        {u"NOTICE", SystemColor::label, SystemColor::label},
-        {u"error", SystemColor::label, SystemColor::label},
-        {u"", SystemColor::label, SystemColor::label},
-    };
-    for (const auto& c : colours) {
-        EXPECT_EQ(levelColor(c.level), c.level_color) << QString::fromUtf16(c.level).toStdString();
-        EXPECT_EQ(messageColor(c.level), c.message_color);
+    using enum SystemColor;
+    const QStringList levels{"ERROR", "FATAL",  "WARN",  "INFO", "DEBUG",
+                             "TRACE", "NOTICE", "error", ""};
+    QList<SystemColor> levelColours, messageColours;
+    for (const QString& level : levels) {
+        levelColours.append(levelColor(level));
+        messageColours.append(messageColor(level));
     }
+    EXPECT_EQ(levelColours, (QList<SystemColor>{red, red, orange, green, secondaryLabel,
+                                                secondaryLabel, label, label, label}));
+    EXPECT_EQ(messageColours,
+              (QList<SystemColor>{red, red, label, label, label, label, label, label, label}));
 }
