@@ -2,7 +2,6 @@
 
 #include <signal.h>
 #include <sys/select.h>
-#include <sys/stat.h>
 
 #include <QFile>
 #include <cerrno>
@@ -14,6 +13,7 @@
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
 #include "logs/log_tail.h"
+#include "monitor/file_system.h"
 #include "monitor/sandbox.h"
 
 namespace varnel::cli {
@@ -138,29 +138,6 @@ std::optional<QString> levelChoice(const QString& value) {
     return std::nullopt;
 }
 
-// Identity and size of the file behind a suite path, to tell growth from replacement.
-struct FileState {
-    bool present = false;
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    qint64 mtimeNs = 0;
-
-    bool operator==(const FileState&) const = default;
-};
-
-FileState fileState(const QString& path) {
-    struct stat info {};
-    if (::stat(QFile::encodeName(sandbox::hostPath(path)).constData(), &info) != 0) return {};
-#if defined(__APPLE__)
-    const auto& stamp = info.st_mtimespec;
-#else
-    const auto& stamp = info.st_mtim;
-#endif
-    return {true, info.st_dev, info.st_ino, info.st_size,
-            qint64(stamp.tv_sec) * 1'000'000'000 + stamp.tv_nsec};
-}
-
 class RowPrinter {
 public:
     RowPrinter(Io& io, bool json) : io_(io), json_(json), text_(wantColour(io.outIsTerminal)) {}
@@ -192,7 +169,7 @@ void printStatus(Io& io, const FollowStep& step, const QString& path) {
 // Polls the log until SIGINT or SIGTERM. The two signals stay blocked except while waiting,
 // so one that arrives while printing ends the next wait at once, and nothing global is needed
 // to notice it.
-void follow(const QString& path, FileState last, LogFollower& follower, RowPrinter& printer,
+void follow(const QString& path, fs::FileStamp last, LogFollower& follower, RowPrinter& printer,
             Io& io) {
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
@@ -215,7 +192,7 @@ void follow(const QString& path, FileState last, LogFollower& follower, RowPrint
         const timespec interval{1, 0};
         if (::pselect(0, nullptr, nullptr, nullptr, &interval, &waitMask) < 0 && errno == EINTR)
             break;
-        const FileState now = fileState(path);
+        const fs::FileStamp now = fs::stamp(path);
         if (now == last) continue;
         const bool replaced =
             last.present && now.present &&
@@ -287,7 +264,7 @@ int showLog(const QStringList& args, Io& io) {
     LogFollower follower(options.level, options.search);
     RowPrinter printer(io, options.json);
     // Taken before the read, so that whatever is written meanwhile shows up at the first poll.
-    const FileState before = fileState(*path);
+    const fs::FileStamp before = fs::stamp(*path);
     const FollowStep first = follower.start(readLogTail(*path));
     printer.print(first.items);
     printStatus(io, first, *path);

@@ -1,7 +1,6 @@
 #include "logs/log_follow.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QFile>
@@ -18,34 +17,6 @@ namespace {
 constexpr qsizetype kPrintBytes = 64;
 constexpr qsizetype kChunk = 64 * 1024;
 
-qint64 nanoseconds(const timespec& t) {
-    return qint64(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
-}
-
-LogFollow::FileState stateOf(const struct stat& info) {
-#if defined(__APPLE__)
-    return {true,
-            quint64(info.st_dev),
-            quint64(info.st_ino),
-            quint64(info.st_size),
-            nanoseconds(info.st_mtimespec),
-            nanoseconds(info.st_ctimespec)};
-#else
-    return {true,
-            quint64(info.st_dev),
-            quint64(info.st_ino),
-            quint64(info.st_size),
-            nanoseconds(info.st_mtim),
-            nanoseconds(info.st_ctim)};
-#endif
-}
-
-LogFollow::FileState stateOf(const QByteArray& hostPath) {
-    struct stat info {};
-    if (::stat(hostPath.constData(), &info) != 0 || !S_ISREG(info.st_mode)) return {};
-    return stateOf(info);
-}
-
 class ReadOnlyFile {
 public:
     explicit ReadOnlyFile(const QByteArray& hostPath)
@@ -56,11 +27,7 @@ public:
     ReadOnlyFile(const ReadOnlyFile&) = delete;
     ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
 
-    LogFollow::FileState state() const {
-        struct stat info {};
-        if (fd_ < 0 || ::fstat(fd_, &info) != 0 || !S_ISREG(info.st_mode)) return {};
-        return stateOf(info);
-    }
+    LogFollow::FileState state() const { return fs::stampOf(fd_); }
 
     // Exactly `size` bytes from `at`, or nothing.
     std::optional<QByteArray> read(quint64 at, qsizetype size) const {
@@ -113,7 +80,7 @@ LogFollow::LogFollow(QString path, quint64 maxBytes)
     : path_(std::move(path)), maxBytes_(maxBytes) {}
 
 LogFollowChange LogFollow::load() {
-    const FileState before = stateOf(QFile::encodeName(sandbox::hostPath(path_)));
+    const FileState before = fs::stamp(path_);
     LogTail tail = readLogTail(path_, maxBytes_);
     truncated_ = tail.truncated;
     rows_ = tail.error ? LogRows::fromError(*tail.error) : LogRows::build(std::move(tail.text));
@@ -151,7 +118,7 @@ bool LogFollow::settle(const FileState& before) {
         if (!start) return false;
         windowStart = *start;
     }
-    if (stateOf(host) != before) return false;
+    if (fs::stamp(path_) != before) return false;
     consumed_ = size;
     windowStart_ = windowStart;
     lastBytes_ = *print;
@@ -160,7 +127,7 @@ bool LogFollow::settle(const FileState& before) {
 
 LogFollowChange LogFollow::update() {
     const QByteArray host = QFile::encodeName(sandbox::hostPath(path_));
-    const FileState now = stateOf(host);
+    const FileState now = fs::stamp(path_);
     if (now == seen_) return {};
     if (!continuable_ || !sameFile(now, seen_) || now.size <= consumed_) return load();
     // The window moves past everything read before: nothing to keep.

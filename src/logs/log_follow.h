@@ -5,6 +5,7 @@
 #include <QtGlobal>
 
 #include "logs/log_rows.h"
+#include "monitor/file_system.h"
 
 namespace varnel {
 
@@ -45,16 +46,7 @@ public:
     bool truncated() const { return truncated_; }
 
     // What a look at the file compares with the previous one.
-    struct FileState {
-        bool present = false;
-        quint64 device = 0;
-        quint64 inode = 0;
-        quint64 size = 0;
-        qint64 modifiedNs = 0;
-        qint64 changedNs = 0;
-
-        bool operator==(const FileState&) const = default;
-    };
+    using FileState = fs::FileStamp;
 
 private:
     bool settle(const FileState& before);

@@ -11,7 +11,9 @@ namespace varnel::fs {
 
 namespace {
 
-QByteArray nativePath(const QString& path) { return QFile::encodeName(sandbox::hostPath(path)); }
+QByteArray nativePath(const QString& path) {
+    return QFile::encodeName(sandbox::hostPath(path));
+}
 
 }  // namespace
 
@@ -40,6 +42,43 @@ std::optional<QStringList> list(const QString& dir) {
     }
     ::closedir(handle);
     return names;
+}
+
+namespace {
+
+qint64 nanoseconds(const timespec& t) {
+    return qint64(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
+}
+
+FileStamp stampFrom(const struct stat& info) {
+    if (!S_ISREG(info.st_mode)) return {};
+#if defined(__APPLE__)
+    return {true,
+            quint64(info.st_dev),
+            quint64(info.st_ino),
+            quint64(info.st_size),
+            nanoseconds(info.st_mtimespec),
+            nanoseconds(info.st_ctimespec)};
+#else
+    return {true,
+            quint64(info.st_dev),
+            quint64(info.st_ino),
+            quint64(info.st_size),
+            nanoseconds(info.st_mtim),
+            nanoseconds(info.st_ctim)};
+#endif
+}
+
+}  // namespace
+
+FileStamp stamp(const QString& path) {
+    struct stat info {};
+    return ::stat(nativePath(path).constData(), &info) == 0 ? stampFrom(info) : FileStamp{};
+}
+
+FileStamp stampOf(int fd) {
+    struct stat info {};
+    return fd >= 0 && ::fstat(fd, &info) == 0 ? stampFrom(info) : FileStamp{};
 }
 
 std::optional<QDateTime> modified(const QString& path) {

@@ -23,4 +23,20 @@ std::optional<QStringList> list(const QString& dir);
 // Last modification time, or nothing when the attributes cannot be read.
 std::optional<QDateTime> modified(const QString& path);
 
+// One look at a regular file: enough to tell growth from a rewrite or a
+// replacement. Not `present` for anything else (missing, a folder, unreadable).
+struct FileStamp {
+    bool present = false;
+    quint64 device = 0;
+    quint64 inode = 0;
+    quint64 size = 0;
+    qint64 modifiedNs = 0;
+    qint64 changedNs = 0;
+
+    bool operator==(const FileStamp&) const = default;
+};
+FileStamp stamp(const QString& path);
+// The same for a file already open, by its descriptor.
+FileStamp stampOf(int fd);
+
 }  // namespace varnel::fs
