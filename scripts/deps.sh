@@ -5,7 +5,7 @@ set -euo pipefail
 
 build=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-qpa-plugins libgl1-mesa-dev
        libxkbcommon-dev)
-test=(libgtest-dev libgmock-dev libbenchmark-dev openssl)
+test=(libgtest-dev libgmock-dev libbenchmark-dev openssl fonts-dejavu-core)
 demo=(xvfb xauth trayer xdotool imagemagick)
 fuzz=(clang libclang-rt-14-dev)
 
