@@ -314,8 +314,7 @@ void LogViewer::followSelected() {
         rows_ = follow_.rows();
         // The search and the level do not change during a tick, so only the
         // new rows need a look.
-        const QString level =
-            levelPopup_->currentIndex() < 0 ? allLevels : levelPopup_->currentText();
+        const QString level = levelChoice();
         const QString search = searchField_->text();
         model_->applyGrowth(rows_, change, [&](const LogRows& rows, qsizetype from, qsizetype to) {
             return filterRows(rows, level, search, from, to);
@@ -327,9 +326,12 @@ void LogViewer::followSelected() {
     scrollToEnd();
 }
 
+QString LogViewer::levelChoice() const {
+    return levelPopup_->currentIndex() < 0 ? allLevels : levelPopup_->currentText();
+}
+
 void LogViewer::applyFilter(bool scrollToEnd) {
-    const QString level = levelPopup_->currentIndex() < 0 ? allLevels : levelPopup_->currentText();
-    QList<qsizetype> shown = filterRows(rows_, level, searchField_->text());
+    QList<qsizetype> shown = filterRows(rows_, levelChoice(), searchField_->text());
 
     // The selection stays on the same lines of the log, wherever they move.
     QList<qsizetype> selected;

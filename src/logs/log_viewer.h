@@ -55,6 +55,8 @@ private:
     // A Follow tick: what a load would show now, at the cost of what changed.
     void followSelected();
     void applyFilter(bool scrollToEnd);
+    // The chosen level, "All levels" when nothing is chosen.
+    QString levelChoice() const;
     void toggleWrap();
     void toggleFollow();
     void revealCurrent();
