@@ -1,0 +1,92 @@
+#include "viewer/message_layout.h"
+
+#include <QFontMetricsF>
+#include <QPainter>
+#include <QTextLayout>
+
+namespace varnel {
+
+namespace {
+
+// Characters that draw nothing and join nothing. The cell font seldom has
+// them, and a character the font lacks is laid out in a fallback face: the line
+// then takes that face's height, so an invisible character would make its row
+// taller by however much the fonts installed on the machine differ.
+bool isInvisible(char16_t c) {
+    return c == 0x200B || (c >= 0x2060 && c <= 0x2064) || c == 0xFEFF;
+}
+
+// Line feeds in a message (JSON messages keep them) are hard breaks.
+QString prepared(QStringView text) {
+    QString out;
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        if (c == u'\n')
+            out.append(QChar::LineSeparator);
+        else if (!isInvisible(c.unicode()))
+            out.append(c);
+    }
+    return out;
+}
+
+// Lays the text out and returns its height; the layout is kept for drawing.
+double layOut(QTextLayout& layout, double width) {
+    QTextOption option;
+    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    layout.setTextOption(option);
+    layout.beginLayout();
+    double height = 0;
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLeadingIncluded(true);
+        line.setLineWidth(width);
+        line.setPosition(QPointF(0, height));
+        height += line.height();
+    }
+    layout.endLayout();
+    return height;
+}
+
+bool isPrintableAscii(QStringView text) {
+    for (const QChar c : text)
+        if (c.unicode() < 0x20 || c.unicode() > 0x7e) return false;
+    return true;
+}
+
+}  // namespace
+
+MessageLayout::MessageLayout(const QFont& font) : font_(font) {
+    // Most messages are short ASCII lines; in a truly fixed-pitch face their
+    // width is a product, which spares a text layout per row when wrapping
+    // thousands of them. Any doubt about the face turns the shortcut off.
+    const QFontMetricsF metrics(font_);
+    const double advance = metrics.horizontalAdvance(u'M');
+    bool fixed = advance > 0;
+    for (char16_t c = 0x20; c <= 0x7e && fixed; ++c)
+        fixed = metrics.horizontalAdvance(QChar(c)) == advance;
+    asciiAdvance_ = fixed ? advance : 0;
+
+    QTextLayout probe(QStringLiteral("M"), font_);
+    lineHeight_ = layOut(probe, 1e6);
+}
+
+double MessageLayout::measure(QStringView text, double width) const {
+    // A margin of one pixel keeps rounding inside the layout from ever
+    // disagreeing with the product on a line that just fits.
+    if (asciiAdvance_ > 0 && double(text.size()) * asciiAdvance_ <= width - 1 &&
+        isPrintableAscii(text))
+        return lineHeight_;
+    QTextLayout layout(prepared(text), font_);
+    layout.setCacheEnabled(false);
+    return layOut(layout, width);
+}
+
+void MessageLayout::draw(QPainter* painter, const QRectF& box, QStringView text) const {
+    QTextLayout layout(prepared(text), font_);
+    layOut(layout, box.width());
+    painter->save();
+    painter->setClipRect(box, Qt::IntersectClip);
+    layout.draw(painter, box.topLeft());
+    painter->restore();
+}
+
+}  // namespace varnel
