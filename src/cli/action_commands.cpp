@@ -1,5 +1,6 @@
 #include "cli/action_commands.h"
 
+#include "cli/options.h"
 #include "monitor/catalogue.h"
 #include "update/privileged_action.h"
 #include "update/version.h"
@@ -52,31 +53,23 @@ int report(ActionOutcome outcome, const QString& text, Io& io) {
 }  // namespace
 
 int restartCommand(const QStringList& args, Io& io) {
-    if (wantsHelp(args)) {
-        io.out << restartUsage;
-        return exitOk;
-    }
-    const std::optional<QString> label =
-        args.size() == 1 ? restartTarget(args.first()) : std::nullopt;
-    if (!label) {
-        if (args.size() == 1)
-            io.err << "varnelctl restart: unknown service \"" << args.first() << "\"\n\n";
-        io.err << restartUsage;
-        return exitUsage;
-    }
+    Options options(QStringLiteral("restart"), restartUsage);
+    if (const auto stop = options.parse(args, io)) return *stop;
+    const QStringList words = options.positional();
+    if (words.size() != 1)
+        return options.usageError(io, QStringLiteral("restart takes one LABEL or KEY"));
+    const std::optional<QString> label = restartTarget(words.first());
+    if (!label)
+        return options.usageError(io, QStringLiteral("unknown service \"%1\"").arg(words.first()));
     const ActionOutcome outcome = runWithAdministratorRights(restartRequest(*label));
     return report(outcome, restartReport(outcome, *label), io);
 }
 
 int updateCommand(const QStringList& args, Io& io) {
-    if (wantsHelp(args)) {
-        io.out << updateUsage;
-        return exitOk;
-    }
-    if (!args.isEmpty()) {
-        io.err << updateUsage;
-        return exitUsage;
-    }
+    Options options(QStringLiteral("update"), updateUsage);
+    if (const auto stop = options.parse(args, io)) return *stop;
+    if (!options.positional().isEmpty())
+        return options.usageError(io, QStringLiteral("update takes no arguments"));
     const ActionOutcome outcome =
         runWithAdministratorRights(updateRequest(readInstalledVersion(), readLatestVersion()));
     return report(outcome, updateReport(outcome), io);

@@ -18,7 +18,4 @@ struct Io {
     bool outIsTerminal = false;
 };
 
-// True when `args` asks for help (-h or --help anywhere).
-bool wantsHelp(const QStringList& args);
-
 }  // namespace varnel::cli

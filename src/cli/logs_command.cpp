@@ -9,12 +9,13 @@
 
 #include "cli/log_follower.h"
 #include "cli/log_output.h"
+#include "cli/options.h"
 #include "logs/log_parser.h"
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
 #include "logs/log_tail.h"
-#include "monitor/file_system.h"
-#include "monitor/sandbox.h"
+#include "platform/file_system.h"
+#include "platform/sandbox.h"
 
 namespace varnel::cli {
 
@@ -44,36 +45,19 @@ const char* const usage =
     "\n"
     "The line counts of show go to standard error. Colours only on a terminal without NO_COLOR.\n";
 
-int usageError(Io& io, const QString& problem) {
-    io.err << "varnelctl logs: " << problem << "\n\n" << usage;
-    return exitUsage;
-}
-
-// --name VALUE or --name=VALUE; `index` moves past what was taken.
-std::optional<QString> optionValue(const QStringList& args, qsizetype& index, QStringView name) {
-    const QString& arg = args[index];
-    if (arg == name) {
-        if (index + 1 >= args.size()) return std::nullopt;
-        return args[++index];
-    }
-    return arg.mid(name.size() + 1);
-}
-
-bool isOption(const QString& arg, QStringView name) {
-    return arg == name ||
-           (arg.startsWith(name) && arg.size() > name.size() && arg.at(name.size()) == u'=');
+Options logsOptions() {
+    return Options(QStringLiteral("logs"), usage);
 }
 
 // ----- list -----
 
 int listLogs(const QStringList& args, Io& io) {
-    bool json = false;
-    for (const QString& arg : args) {
-        if (arg == QStringLiteral("--json"))
-            json = true;
-        else
-            return usageError(io, QStringLiteral("list takes no \"%1\"").arg(arg));
-    }
+    Options options = logsOptions();
+    options.flag(QStringLiteral("json"));
+    if (const auto stop = options.parse(args, io)) return *stop;
+    if (!options.positional().isEmpty())
+        return options.usageError(io, QStringLiteral("list takes no arguments"));
+    const bool json = options.isSet(QStringLiteral("json"));
     const QList<LogSource> sources = LogRegistry::discover();
     if (!json) {
         for (const LogSource& source : sources)
@@ -92,10 +76,12 @@ int listLogs(const QStringList& args, Io& io) {
 // ----- parse -----
 
 int parseLines(const QStringList& args, Io& io) {
-    if (args.size() > 1) return usageError(io, QStringLiteral("parse takes one FILE at most"));
-    const QString name = args.value(0, QStringLiteral("-"));
-    if (name.startsWith(u'-') && name != QStringLiteral("-"))
-        return usageError(io, QStringLiteral("parse takes no \"%1\"").arg(name));
+    Options options = logsOptions();
+    if (const auto stop = options.parse(args, io)) return *stop;
+    const QStringList files = options.positional();
+    if (files.size() > 1)
+        return options.usageError(io, QStringLiteral("parse takes one FILE at most"));
+    const QString name = files.value(0, QStringLiteral("-"));
 
     // A user's own file, named as on this machine: not looked up in the suite.
     QFile file;
@@ -214,32 +200,27 @@ void follow(const QString& path, fs::FileStamp last, LogFollower& follower, RowP
 }
 
 int showLog(const QStringList& args, Io& io) {
+    Options parsed = logsOptions();
+    for (const char* flag : {"json", "follow"}) parsed.flag(QLatin1String(flag));
+    parsed.valued(QStringLiteral("level"), QStringLiteral("LEVEL"));
+    parsed.valued(QStringLiteral("search"), QStringLiteral("TEXT"));
+    if (const auto stop = parsed.parse(args, io)) return *stop;
+
     ShowOptions options;
-    for (qsizetype i = 0; i < args.size(); ++i) {
-        const QString& arg = args[i];
-        if (arg == QStringLiteral("--json")) {
-            options.json = true;
-        } else if (arg == QStringLiteral("--follow")) {
-            options.follow = true;
-        } else if (isOption(arg, u"--level")) {
-            const auto value = optionValue(args, i, u"--level");
-            const auto choice = value ? levelChoice(*value) : std::nullopt;
-            if (!choice)
-                return usageError(io, QStringLiteral("--level takes one of ERROR, FATAL, WARN, "
-                                                     "INFO, DEBUG, TRACE or all"));
-            options.level = *choice;
-        } else if (isOption(arg, u"--search")) {
-            const auto value = optionValue(args, i, u"--search");
-            if (!value) return usageError(io, QStringLiteral("--search takes a text"));
-            options.search = *value;
-        } else if (arg.startsWith(u'-')) {
-            return usageError(io, QStringLiteral("show takes no \"%1\"").arg(arg));
-        } else if (options.target) {
-            return usageError(io, QStringLiteral("show takes one log at most"));
-        } else {
-            options.target = arg;
-        }
+    options.json = parsed.isSet(QStringLiteral("json"));
+    options.follow = parsed.isSet(QStringLiteral("follow"));
+    options.search = parsed.value(QStringLiteral("search"));
+    if (parsed.isSet(QStringLiteral("level"))) {
+        const auto choice = levelChoice(parsed.value(QStringLiteral("level")));
+        if (!choice)
+            return parsed.usageError(io, QStringLiteral("--level takes one of ERROR, FATAL, WARN, "
+                                                        "INFO, DEBUG, TRACE or all"));
+        options.level = *choice;
     }
+    const QStringList targets = parsed.positional();
+    if (targets.size() > 1)
+        return parsed.usageError(io, QStringLiteral("show takes one log at most"));
+    if (!targets.isEmpty()) options.target = targets.first();
 
     const QString hintPrefix = QStringLiteral("hint:");
     std::optional<QString> path;
@@ -276,17 +257,16 @@ int showLog(const QStringList& args, Io& io) {
 }  // namespace
 
 int logsCommand(const QStringList& args, Io& io) {
-    if (wantsHelp(args)) {
-        io.out << usage;
-        return exitOk;
-    }
-    if (args.isEmpty()) return usageError(io, QStringLiteral("which one: list, parse or show?"));
-    const QString sub = args.first();
+    const QString sub = args.value(0);
     const QStringList rest = args.mid(1);
     if (sub == QStringLiteral("list")) return listLogs(rest, io);
     if (sub == QStringLiteral("parse")) return parseLines(rest, io);
     if (sub == QStringLiteral("show")) return showLog(rest, io);
-    return usageError(io, QStringLiteral("unknown subcommand \"%1\"").arg(sub));
+    Options options = logsOptions();
+    if (const auto stop = options.parse(args, io)) return *stop;
+    if (sub.isEmpty())
+        return options.usageError(io, QStringLiteral("which one: list, parse or show?"));
+    return options.usageError(io, QStringLiteral("unknown subcommand \"%1\"").arg(sub));
 }
 
 }  // namespace varnel::cli

@@ -8,7 +8,7 @@
 #include "cli/cli_io.h"
 #include "cli/logs_command.h"
 #include "cli/status_command.h"
-#include "monitor/sandbox.h"
+#include "platform/sandbox.h"
 
 namespace {
 

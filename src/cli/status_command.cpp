@@ -1,10 +1,11 @@
 #include "cli/status_command.h"
 
 #include "cli/log_output.h"
+#include "cli/options.h"
 
-#include "app/health_summary.h"
 #include "monitor/cert_check.h"
 #include "monitor/poller.h"
+#include "status/health_summary.h"
 #include "update/version.h"
 
 namespace varnel::cli {
@@ -132,19 +133,12 @@ int exitStatus(Health overall) {
 }  // namespace
 
 int statusCommand(const QStringList& args, Io& io) {
-    if (wantsHelp(args)) {
-        io.out << statusUsage;
-        return exitOk;
-    }
-    bool json = false;
-    for (const QString& arg : args) {
-        if (arg == QStringLiteral("--json")) {
-            json = true;
-            continue;
-        }
-        io.err << "varnelctl status: unknown option \"" << arg << "\"\n\n" << statusUsage;
-        return exitUsage;
-    }
+    Options options(QStringLiteral("status"), statusUsage);
+    options.flag(QStringLiteral("json"));
+    if (const auto stop = options.parse(args, io)) return *stop;
+    if (!options.positional().isEmpty())
+        return options.usageError(io, QStringLiteral("status takes no arguments"));
+    const bool json = options.isSet(QStringLiteral("json"));
     const Report report = gather();
     io.out << (json ? toJson(report) : toText(report));
     io.out.flush();
