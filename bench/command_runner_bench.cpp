@@ -5,7 +5,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-#include "monitor/command_runner.h"
+#include "platform/command_runner.h"
 
 extern char** environ;
 

@@ -7,7 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-180}
-app=build/src/app/VarnelStatus
+app=build/src/tray/VarnelStatus
 [ -x "$app" ] || { echo "build VarnelStatus first (scripts/test.sh or scripts/run.sh)" >&2; exit 1; }
 
 root=$(mktemp -d)

@@ -17,9 +17,9 @@
 #include <cstdlib>
 #include <memory>
 
-#include "logs/log_viewer.h"
-#include "monitor/sandbox.h"
+#include "platform/sandbox.h"
 #include "support/log_corpus.h"
+#include "viewer/log_viewer.h"
 
 using varnel::LogViewer;
 

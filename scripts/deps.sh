@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a task needs, only those that are missing.
-# Usage: scripts/deps.sh build|test|demo|fuzz ...
+# Usage: scripts/deps.sh build|test|demo|fuzz|lint ...
 set -euo pipefail
 
 build=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-qpa-plugins libgl1-mesa-dev
@@ -8,6 +8,7 @@ build=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-qpa-plugins libgl1-mesa
 test=(libgtest-dev libgmock-dev libbenchmark-dev openssl fonts-dejavu-core)
 demo=(xvfb xauth trayer xdotool imagemagick)
 fuzz=(clang libclang-rt-14-dev)
+lint=(clang-format clang-tidy git)
 
 wanted=()
 for group in "$@"; do
@@ -16,6 +17,7 @@ for group in "$@"; do
         test) wanted+=("${build[@]}" "${test[@]}") ;;
         demo) wanted+=("${build[@]}" "${test[@]}" "${demo[@]}") ;;
         fuzz) wanted+=("${fuzz[@]}") ;;
+        lint) wanted+=("${lint[@]}") ;;
         *) echo "deps.sh: unknown group '$group'" >&2; exit 2 ;;
     esac
 done

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang (ASan and UBSan on) into build-fuzz
 # and runs each for FUZZ_SECONDS (60 by default), starting from the committed
-# seeds. New inputs go to build-fuzz/corpus, never into the repository.
+# seeds. New inputs go to build-fuzz/corpus and whatever libFuzzer finds
+# (crash-, timeout-, leak-, oom- files) to build-fuzz/artifacts, never into the
+# repository.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh build fuzz
@@ -14,8 +16,10 @@ targets=(fuzz_log_parser fuzz_log_tail fuzz_launchctl fuzz_sysext fuzz_version f
 cmake --build build-fuzz --target "${targets[@]}"
 for target in "${targets[@]}"; do
     work="build-fuzz/corpus/$target"
-    mkdir -p "$work"
+    artifacts="build-fuzz/artifacts/$target"
+    mkdir -p "$work" "$artifacts"
     echo "Fuzzing $target for ${seconds}s"
     "build-fuzz/fuzz/$target" -max_total_time="$seconds" -max_len=8192 -timeout=20 \
-        -print_final_stats=1 "$work" "fuzz/corpus/$target"
+        -print_final_stats=1 \
+        -artifact_prefix="$artifacts/" "$work" "fuzz/corpus/$target"
 done

@@ -32,7 +32,7 @@ fi
 sim/log-writer.sh "$suite" &
 children+=($!)
 errors=$suite/.sim/app.stderr
-VARNEL_ROOT=$suite build/src/app/VarnelStatus --open-logs 2> >(tee "$errors" >&2) &
+VARNEL_ROOT=$suite build/src/tray/VarnelStatus --open-logs 2> >(tee "$errors" >&2) &
 app=$!
 children+=("$app")
 sleep 2

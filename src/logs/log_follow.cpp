@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "logs/log_tail.h"
-#include "monitor/sandbox.h"
+#include "platform/sandbox.h"
 
 namespace varnel {
 
@@ -15,7 +15,7 @@ namespace {
 
 // Enough to tell a rewritten file from one that grew, in practice.
 constexpr qsizetype kPrintBytes = 64;
-constexpr qsizetype kChunk = 64 * 1024;
+constexpr qsizetype kChunk = qsizetype(64) * 1024;
 
 class ReadOnlyFile {
 public:

@@ -5,7 +5,7 @@
 #include <QtGlobal>
 
 #include "logs/log_rows.h"
-#include "monitor/file_system.h"
+#include "platform/file_system.h"
 
 namespace varnel {
 

@@ -552,10 +552,10 @@ LogRow parse(QStringView line) {
     return {text(s.time), text(s.level), text(s.source), text(s.message), text(s.raw)};
 }
 
-LogRow parseReference(QStringView input) {
-    QString line = withoutLoneSurrogates(input);
-    line.replace(ansiRegex(), QString());
-    const QString cleaned = line.trimmed();
+LogRow parseReference(QStringView line) {
+    QString text = withoutLoneSurrogates(line);
+    text.replace(ansiRegex(), QString());
+    const QString cleaned = text.trimmed();
 
     if (cleaned.startsWith(u'{')) {
         if (std::optional<LogRow> row = referenceJson(cleaned)) return *row;

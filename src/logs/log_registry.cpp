@@ -6,8 +6,8 @@
 #include <limits>
 #include <numeric>
 
-#include "monitor/file_system.h"
-#include "monitor/paths.h"
+#include "platform/file_system.h"
+#include "platform/paths.h"
 
 namespace varnel::LogRegistry {
 

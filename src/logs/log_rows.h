@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "logs/log_parser.h"
-#include "monitor/system_color.h"
+#include "platform/system_color.h"
 
 namespace varnel {
 

@@ -8,8 +8,8 @@
 #include <QFile>
 #include <cerrno>
 
-#include "monitor/file_system.h"
-#include "monitor/sandbox.h"
+#include "platform/file_system.h"
+#include "platform/sandbox.h"
 
 namespace varnel {
 
@@ -66,7 +66,7 @@ qsizetype readFully(int fd, char* buffer, qsizetype wanted) {
 // is unknown.
 QByteArray readUpTo(int fd, quint64 limit) {
     QByteArray bytes;
-    constexpr qsizetype kChunk = 64 * 1024;
+    constexpr qsizetype kChunk = qsizetype(64) * 1024;
     while (quint64(bytes.size()) < limit) {
         const qsizetype wanted = qsizetype(qMin<quint64>(kChunk, limit - quint64(bytes.size())));
         const qsizetype before = bytes.size();

@@ -1,6 +1,6 @@
 #include "monitor/catalogue.h"
 
-#include "monitor/paths.h"
+#include "platform/paths.h"
 
 namespace varnel {
 

@@ -4,9 +4,9 @@
 #include <QStringList>
 #include <algorithm>
 
-#include "monitor/command_runner.h"
-#include "monitor/file_system.h"
-#include "monitor/sandbox.h"
+#include "platform/command_runner.h"
+#include "platform/file_system.h"
+#include "platform/sandbox.h"
 
 namespace varnel {
 

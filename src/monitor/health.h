@@ -2,7 +2,7 @@
 
 #include <QString>
 
-#include "monitor/system_color.h"
+#include "platform/system_color.h"
 
 namespace varnel {
 

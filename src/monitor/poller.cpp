@@ -3,9 +3,9 @@
 #include <QStringList>
 #include <limits>
 
-#include "monitor/command_runner.h"
-#include "monitor/file_system.h"
-#include "monitor/paths.h"
+#include "platform/command_runner.h"
+#include "platform/file_system.h"
+#include "platform/paths.h"
 
 namespace varnel::Poller {
 

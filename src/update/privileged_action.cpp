@@ -2,7 +2,7 @@
 
 #include <syslog.h>
 
-#include "monitor/paths.h"
+#include "platform/paths.h"
 #include "update/version.h"
 
 namespace varnel {

@@ -2,7 +2,7 @@
 
 #include <QString>
 
-#include "monitor/command_runner.h"
+#include "platform/command_runner.h"
 
 namespace varnel {
 

@@ -9,8 +9,8 @@
 #include <array>
 #include <limits>
 
-#include "monitor/file_system.h"
-#include "monitor/paths.h"
+#include "platform/file_system.h"
+#include "platform/paths.h"
 
 namespace varnel {
 

@@ -11,7 +11,7 @@
 #include <random>
 
 #include "logs/log_tail.h"
-#include "monitor/sandbox.h"
+#include "platform/sandbox.h"
 #include "support/log_corpus.h"
 #include "support/log_row_printer.h"
 

@@ -8,8 +8,8 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
-#include "monitor/file_system.h"
-#include "monitor/sandbox.h"
+#include "platform/file_system.h"
+#include "platform/sandbox.h"
 
 using namespace varnel;
 

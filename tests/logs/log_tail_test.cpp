@@ -14,7 +14,7 @@
 #include <memory>
 
 #include "logs/log_rows.h"
-#include "monitor/sandbox.h"
+#include "platform/sandbox.h"
 
 using namespace varnel;
 

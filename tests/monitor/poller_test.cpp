@@ -5,7 +5,7 @@
 #include <limits>
 #include <tuple>
 
-#include "monitor/paths.h"
+#include "platform/paths.h"
 #include "support/sim_suite.h"
 
 using namespace varnel;

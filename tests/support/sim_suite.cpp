@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "monitor/sandbox.h"
+#include "platform/sandbox.h"
 
 namespace varnel::test {
 

@@ -1,0 +1,39 @@
+#include "status/health_summary.h"
+
+#include <algorithm>
+
+namespace varnel {
+
+namespace {
+
+bool isCore(const ServiceStatus& status) {
+    const QString& key = status.spec.key;
+    return key == QStringLiteral("agent") || key == QStringLiteral("proxy") ||
+           key == QStringLiteral("sysext");
+}
+
+}  // namespace
+
+Health overallHealth(const QList<ServiceStatus>& statuses) {
+    if (statuses.isEmpty()) return Health::unknown;
+    QList<Health> core;
+    for (const ServiceStatus& status : statuses)
+        if (isCore(status)) core.append(status.health);
+    if (core.contains(Health::stopped)) return Health::stopped;
+    if (core.contains(Health::attention)) return Health::attention;
+    const bool allRunning =
+        std::all_of(core.begin(), core.end(), [](Health h) { return h == Health::running; });
+    return allRunning ? Health::running : Health::attention;
+}
+
+QString tooltipText(const QList<ServiceStatus>& statuses) {
+    const auto up = std::count_if(statuses.begin(), statuses.end(), [](const ServiceStatus& s) {
+        return s.health == Health::running;
+    });
+    return QStringLiteral("Varnel — %1 (%2/%3 up)")
+        .arg(label(overallHealth(statuses)))
+        .arg(up)
+        .arg(statuses.size());
+}
+
+}  // namespace varnel

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <array>
+#include <optional>
+#include <vector>
+
+#include "monitor/catalogue.h"
+#include "platform/system_color.h"
+
+namespace varnel {
+
+// What choosing a menu item does; the delegate maps each to one of its actions.
+enum class MenuAction {
+    none,
+    updateNow,
+    checkForUpdates,
+    restartService,
+    refreshNow,
+    quit,
+    openLog,
+    openLogViewer,
+    openPath,
+};
+
+// One entry of the status menu, as data: the renderer turns a tree of these into
+// platform menus, and tests compare trees.
+struct MenuEntry {
+    bool separator = false;
+    QString title{};
+    std::optional<SystemColor> dot{};
+    bool enabled = false;
+    MenuAction action = MenuAction::none;
+    QString key{};  // one lower-case letter, pressed with the platform's command modifier
+    std::optional<QString> representedObject{};
+    std::vector<MenuEntry> submenu{};
+
+    static MenuEntry separatorLine() { return MenuEntry{.separator = true}; }
+    bool hasSubmenu() const { return !submenu.empty(); }
+    bool operator==(const MenuEntry&) const = default;
+};
+
+// The menu's own short list of logs (not the registry), in menu order.
+const QList<LogFile>& fixedMenuLogs();
+
+// Everything the menu shows. `fixedLogExists[i]` tells whether something exists
+// at fixedMenuLogs()[i].path.
+struct MenuInputs {
+    QList<ServiceStatus> services;
+    QString installedVersion;
+    QString latestVersion;
+    Health certHealth = Health::unknown;
+    QString certDetail;
+    std::array<bool, 5> fixedLogExists{};
+};
+
+// The whole status menu, top to bottom.
+std::vector<MenuEntry> buildStatusMenu(const MenuInputs& inputs);
+
+// Existence of the fixed logs now (through the sandbox), in fixedMenuLogs() order.
+std::array<bool, 5> probeFixedLogs();
+
+}  // namespace varnel
