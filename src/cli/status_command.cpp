@@ -3,9 +3,8 @@
 #include "cli/log_output.h"
 #include "cli/options.h"
 
-#include "monitor/cert_check.h"
-#include "monitor/poller.h"
 #include "status/health_summary.h"
+#include "status/suite_probe.h"
 #include "update/version.h"
 
 namespace varnel::cli {
@@ -33,13 +32,14 @@ struct Report {
     bool updateAvailable = false;
 };
 
-// The same order as the tray's refresh, so both show the same moment.
+// The same probe as the tray's refresh.
 Report gather() {
+    const SuiteProbe probe = probeSuite();
     Report report;
-    report.services = Poller::snapshot();
-    report.installed = readInstalledVersion();
-    report.latest = readLatestVersion();
-    report.certificates = certStatus();
+    report.services = probe.services;
+    report.installed = probe.installedVersion;
+    report.latest = probe.latestVersion;
+    report.certificates = probe.certificates;
     report.overall = overallHealth(report.services);
     report.updateAvailable = versionIsNewer(report.latest, report.installed);
     return report;

@@ -1,13 +1,6 @@
 #include "logs/log_follow.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <QFile>
-#include <cerrno>
-
 #include "logs/log_tail.h"
-#include "platform/sandbox.h"
 
 namespace varnel {
 
@@ -17,58 +10,26 @@ namespace {
 constexpr qsizetype kPrintBytes = 64;
 constexpr qsizetype kChunk = qsizetype(64) * 1024;
 
-class ReadOnlyFile {
-public:
-    explicit ReadOnlyFile(const QByteArray& hostPath)
-        : fd_(::open(hostPath.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-    ~ReadOnlyFile() {
-        if (fd_ >= 0) ::close(fd_);
+// Just past the first line feed at or after `from`, before `end`.
+std::optional<quint64> lineStartAfter(const fs::ReadOnlyFile& file, quint64 from, quint64 end) {
+    for (quint64 at = from; at < end; at += kChunk) {
+        const auto bytes = file.readExactly(at, qsizetype(qMin<quint64>(kChunk, end - at)));
+        if (!bytes) return std::nullopt;
+        const qsizetype lineFeed = bytes->indexOf('\n');
+        if (lineFeed >= 0) return at + quint64(lineFeed) + 1;
     }
-    ReadOnlyFile(const ReadOnlyFile&) = delete;
-    ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
+    return std::nullopt;
+}
 
-    LogFollow::FileState state() const { return fs::stampOf(fd_); }
-
-    // Exactly `size` bytes from `at`, or nothing.
-    std::optional<QByteArray> read(quint64 at, qsizetype size) const {
-        QByteArray bytes(size, Qt::Uninitialized);
-        qsizetype got = 0;
-        while (got < size) {
-            const ssize_t n = ::pread(fd_, bytes.data() + got, size_t(size - got), off_t(at + got));
-            if (n > 0)
-                got += n;
-            else if (n < 0 && errno == EINTR)
-                continue;
-            else
-                return std::nullopt;
-        }
-        return bytes;
+std::optional<qsizetype> lineFeedsIn(const fs::ReadOnlyFile& file, quint64 from, quint64 end) {
+    qsizetype count = 0;
+    for (quint64 at = from; at < end; at += kChunk) {
+        const auto bytes = file.readExactly(at, qsizetype(qMin<quint64>(kChunk, end - at)));
+        if (!bytes) return std::nullopt;
+        count += bytes->count('\n');
     }
-
-    // Just past the first line feed at or after `from`, before `end`.
-    std::optional<quint64> lineStartAfter(quint64 from, quint64 end) const {
-        for (quint64 at = from; at < end; at += kChunk) {
-            const auto bytes = read(at, qsizetype(qMin<quint64>(kChunk, end - at)));
-            if (!bytes) return std::nullopt;
-            const qsizetype lineFeed = bytes->indexOf('\n');
-            if (lineFeed >= 0) return at + quint64(lineFeed) + 1;
-        }
-        return std::nullopt;
-    }
-
-    std::optional<qsizetype> lineFeedsIn(quint64 from, quint64 end) const {
-        qsizetype count = 0;
-        for (quint64 at = from; at < end; at += kChunk) {
-            const auto bytes = read(at, qsizetype(qMin<quint64>(kChunk, end - at)));
-            if (!bytes) return std::nullopt;
-            count += bytes->count('\n');
-        }
-        return count;
-    }
-
-private:
-    int fd_;
-};
+    return count;
+}
 
 bool sameFile(const LogFollow::FileState& a, const LogFollow::FileState& b) {
     return a.present && b.present && a.device == b.device && a.inode == b.inode;
@@ -93,13 +54,12 @@ LogFollowChange LogFollow::load() {
 // stayed as it was while it was read.
 bool LogFollow::settle(const FileState& before) {
     if (!before.present || before.size == 0) return false;
-    const QByteArray host = QFile::encodeName(sandbox::hostPath(path_));
-    const ReadOnlyFile file(host);
-    if (file.state() != before) return false;
+    const fs::ReadOnlyFile file(path_);
+    if (file.stamp() != before) return false;
     const quint64 size = before.size;
 
     // A one-byte file could still become UTF-16 by its second byte.
-    const auto head = file.read(0, qsizetype(qMin<quint64>(2, size)));
+    const auto head = file.readExactly(0, qsizetype(qMin<quint64>(2, size)));
     if (!head) return false;
     const uchar first = uchar(head->at(0));
     if (first == 0xFF || first == 0xFE) {
@@ -109,12 +69,12 @@ bool LogFollow::settle(const FileState& before) {
     }
 
     const qsizetype printSize = qsizetype(qMin<quint64>(kPrintBytes, size));
-    const auto print = file.read(size - quint64(printSize), printSize);
+    const auto print = file.readExactly(size - quint64(printSize), printSize);
     if (!print || !print->endsWith('\n')) return false;
 
     quint64 windowStart = 0;
     if (size > maxBytes_) {
-        const auto start = file.lineStartAfter(size - maxBytes_, size);
+        const auto start = lineStartAfter(file, size - maxBytes_, size);
         if (!start) return false;
         windowStart = *start;
     }
@@ -126,18 +86,17 @@ bool LogFollow::settle(const FileState& before) {
 }
 
 LogFollowChange LogFollow::update() {
-    const QByteArray host = QFile::encodeName(sandbox::hostPath(path_));
     const FileState now = fs::stamp(path_);
     if (now == seen_) return {};
     if (!continuable_ || !sameFile(now, seen_) || now.size <= consumed_) return load();
     // The window moves past everything read before: nothing to keep.
     if (now.size > maxBytes_ && now.size - maxBytes_ >= consumed_) return load();
 
-    const ReadOnlyFile file(host);
-    if (!sameFile(file.state(), now)) return load();
-    const auto print = file.read(consumed_ - quint64(lastBytes_.size()), lastBytes_.size());
+    const fs::ReadOnlyFile file(path_);
+    if (!sameFile(file.stamp(), now)) return load();
+    const auto print = file.readExactly(consumed_ - quint64(lastBytes_.size()), lastBytes_.size());
     if (!print || *print != lastBytes_) return load();
-    const auto grown = file.read(consumed_, qsizetype(now.size - consumed_));
+    const auto grown = file.readExactly(consumed_, qsizetype(now.size - consumed_));
     if (!grown || !grown->endsWith('\n')) return load();
 
     LogFollowChange change{LogFollowChange::Kind::grown};
@@ -146,11 +105,11 @@ LogFollowChange LogFollow::update() {
     if (now.size > maxBytes_) {
         // There is a line feed before the old end, so the new window starts
         // at or before it.
-        const auto start = file.lineStartAfter(now.size - maxBytes_, consumed_);
+        const auto start = lineStartAfter(file, now.size - maxBytes_, consumed_);
         if (!start) return load();
         windowStart = *start;
         if (windowStart > windowStart_) {
-            const auto lines = file.lineFeedsIn(windowStart_, windowStart);
+            const auto lines = lineFeedsIn(file, windowStart_, windowStart);
             if (!lines) return load();
             LogRows::Trimmed trimmed = rows.withoutLeadingLines(*lines);
             rows = std::move(trimmed.rows);

@@ -10,10 +10,13 @@
 #include <optional>
 
 #include "logs/json_fields.h"
+#include "platform/text.h"
 
 namespace varnel {
 
 namespace {
+
+using text::trimBlanks;
 
 constexpr qsizetype kLevelWindow = 80;
 constexpr qsizetype kMaxTag = 24;
@@ -33,20 +36,6 @@ QRegularExpression compiled(const QString& pattern, QRegularExpression::PatternO
     if (!re.isValid()) qFatal("log pattern does not compile: %s", qPrintable(re.errorString()));
     re.optimize();
     return re;
-}
-
-// Spaces (category Zs) and tab; line ends are not blanks.
-bool isBlank(char16_t c) {
-    if (c < 0x80) return c == u' ' || c == u'\t';
-    return QChar::category(c) == QChar::Separator_Space;
-}
-
-QStringView trimBlanks(QStringView s) {
-    qsizetype begin = 0;
-    qsizetype end = s.size();
-    while (begin < end && isBlank(s[begin].unicode())) ++begin;
-    while (end > begin && isBlank(s[end - 1].unicode())) --end;
-    return s.sliced(begin, end - begin);
 }
 
 bool isHighSurrogate(char16_t c) {

@@ -9,6 +9,8 @@
 #endif
 #include <vector>
 
+#include "platform/text.h"
+
 namespace varnel {
 
 namespace {
@@ -58,23 +60,6 @@ struct Chars {
 };
 
 constexpr QStringView kFoldSeparator = u"  \u27F6  ";
-
-bool isBlank(QChar c) {
-    return c == u' ' || c == u'\t' ||
-           (c.unicode() >= 0x80 && c.category() == QChar::Separator_Space);
-}
-
-QStringView trimBlanks(QStringView s) {
-    while (!s.isEmpty() && isBlank(s.front())) s = s.sliced(1);
-    while (!s.isEmpty() && isBlank(s.back())) s.chop(1);
-    return s;
-}
-
-bool isBlankOnly(QStringView s) {
-    for (QChar c : s)
-        if (!isBlank(c)) return false;
-    return true;
-}
 
 // The text and rows of one load as the builder makes them: plain buffers.
 struct Flat {
@@ -201,7 +186,7 @@ public:
             record.fields[size_t(f)] = toRef(spanOf(spans, f), lineAt);
 
         const QStringView message = d_.view(record.fields[kMessage]);
-        const QStringView trimmed = trimBlanks(message);
+        const QStringView trimmed = text::trimBlanks(message);
         const bool continuation =
             line.front().isSpace() || trimmed.startsWith(u"at ") || trimmed.startsWith(u"in ");
         const bool stamped = spans.time.size > 0;
@@ -346,7 +331,7 @@ void addLines(Builder& builder, QStringView all, qsizetype from, qsizetype to) {
         QStringView line = all.sliced(at, lineEnd - at);
         // A carriage return before the line feed belongs to the line end.
         if (line.endsWith(u'\r')) line.chop(1);
-        if (!isBlankOnly(line)) builder.add(line, at);
+        if (!text::isBlankOnly(line)) builder.add(line, at);
         at = lineEnd + 1;
     }
     builder.finish();

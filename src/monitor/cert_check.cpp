@@ -13,6 +13,8 @@ namespace varnel {
 namespace {
 
 const QString supportDir = QStringLiteral("/Library/Application Support/Varnel");
+// A CA certificate in PEM is a few kilobytes; a larger file is not one.
+constexpr qsizetype kMaxPem = 1024 * 1024;
 
 // Code-point order of the composed forms, so that a name typed on another
 // system (decomposed accents) sorts where people expect it. UTF-16 order would
@@ -31,7 +33,7 @@ void sortByCodePoint(QStringList& names) {
 bool isDeployedCertificate(const QString& name) {
     if (!name.endsWith(QStringLiteral(".pem"))) return false;
     if (name == QStringLiteral("ca-bundle.pem")) return false;
-    const auto bytes = fs::readAll(supportDir + u'/' + name);
+    const auto bytes = fs::readFile(supportDir + u'/' + name, kMaxPem);
     if (!bytes) return false;
     QStringDecoder decoder(QStringConverter::Utf8);
     const QString text = decoder.decode(*bytes);

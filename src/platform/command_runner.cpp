@@ -8,13 +8,13 @@
 #include <unistd.h>
 
 #include <QFile>
-#include <QStringDecoder>
 #include <cerrno>
 #include <chrono>
 #include <thread>
 #include <vector>
 
 #include "platform/sandbox.h"
+#include "platform/text.h"
 
 extern char** environ;
 
@@ -115,13 +115,6 @@ void reapBlocking(pid_t pid, int& status) {
     }
 }
 
-QString decodeStrict(const QByteArray& bytes) {
-    if (bytes.isEmpty()) return {};
-    QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom);
-    QString text = decoder.decode(bytes);
-    return decoder.hasError() ? QString() : text;
-}
-
 }  // namespace
 
 CommandResult run(const QString& executable, const QStringList& arguments, double timeout) {
@@ -195,7 +188,7 @@ CommandResult run(const QString& executable, const QStringList& arguments, doubl
         code = WTERMSIG(status);
     // A program that exits cleanly when told to terminate still ran out of time.
     if (terminated && code == 0) code = SIGTERM;
-    return {code, decodeStrict(bytes)};
+    return {code, text::decodeUtf8Strict(bytes, text::Bom::keep).value_or(QString())};
 }
 
 bool isProcessRunning(const QString& name) {

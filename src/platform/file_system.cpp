@@ -1,9 +1,12 @@
 #include "platform/file_system.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <QFile>
+#include <cerrno>
 
 #include "platform/sandbox.h"
 
@@ -22,13 +25,16 @@ bool exists(const QString& path) {
     return ::stat(nativePath(path).constData(), &info) == 0;
 }
 
-std::optional<QByteArray> readAll(const QString& path) {
-    QFile file(sandbox::hostPath(path));
-    // QFile refuses to open folders, which is what callers expect of "a file".
-    if (!file.open(QIODevice::ReadOnly)) return std::nullopt;
-    QByteArray data = file.readAll();
-    if (file.error() != QFileDevice::NoError) return std::nullopt;
-    return data;
+std::optional<QByteArray> readFile(const QString& path, qsizetype maxBytes) {
+    const ReadOnlyFile file(path);
+    const FileStamp now = file.stamp();
+    if (!now.present || now.size > quint64(maxBytes)) return std::nullopt;
+    // One byte more than allowed tells a file that grew past the limit.
+    QByteArray bytes(qsizetype(now.size) + 1, Qt::Uninitialized);
+    const qsizetype got = file.readAt(0, bytes.data(), bytes.size());
+    if (got < 0 || got > maxBytes) return std::nullopt;
+    bytes.truncate(got);
+    return bytes;
 }
 
 std::optional<QStringList> list(const QString& dir) {
@@ -76,9 +82,49 @@ FileStamp stamp(const QString& path) {
     return ::stat(nativePath(path).constData(), &info) == 0 ? stampFrom(info) : FileStamp{};
 }
 
-FileStamp stampOf(int fd) {
+ReadOnlyFile::ReadOnlyFile(const QString& path) {
+    // Non-blocking, so that opening a named pipe does not wait for a writer.
+    const int fd = ::open(nativePath(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        missing_ = errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
+        return;
+    }
     struct stat info {};
-    return fd >= 0 && ::fstat(fd, &info) == 0 ? stampFrom(info) : FileStamp{};
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        return;
+    }
+    fd_ = fd;
+}
+
+ReadOnlyFile::~ReadOnlyFile() {
+    if (fd_ >= 0) ::close(fd_);
+}
+
+FileStamp ReadOnlyFile::stamp() const {
+    struct stat info {};
+    return fd_ >= 0 && ::fstat(fd_, &info) == 0 ? stampFrom(info) : FileStamp{};
+}
+
+qsizetype ReadOnlyFile::readAt(quint64 offset, char* buffer, qsizetype size) const {
+    if (fd_ < 0) return -1;
+    qsizetype got = 0;
+    while (got < size) {
+        const ssize_t n = ::pread(fd_, buffer + got, size_t(size - got), off_t(offset + got));
+        if (n > 0)
+            got += n;
+        else if (n < 0 && errno == EINTR)
+            continue;
+        else
+            break;
+    }
+    return got;
+}
+
+std::optional<QByteArray> ReadOnlyFile::readExactly(quint64 offset, qsizetype size) const {
+    QByteArray bytes(size, Qt::Uninitialized);
+    if (readAt(offset, bytes.data(), size) != size) return std::nullopt;
+    return bytes;
 }
 
 std::optional<QDateTime> modified(const QString& path) {

@@ -13,8 +13,12 @@ namespace varnel::fs {
 // Something exists at the path (a file, a folder; symbolic links are followed).
 bool exists(const QString& path);
 
-// The whole file, or nothing when it is missing, a folder or unreadable.
-std::optional<QByteArray> readAll(const QString& path);
+// The whole of a regular file, or nothing when it is missing, unreadable, not a
+// regular file (a folder, a named pipe, a device) or longer than `maxBytes`:
+// such a file is treated as missing. Opens without blocking, so a named pipe
+// or a device at the path never stalls the caller, and reads no more than
+// `maxBytes` even from a file that grows meanwhile.
+std::optional<QByteArray> readFile(const QString& path, qsizetype maxBytes);
 
 // Names of a folder's direct entries, hidden ones included, in the order the
 // file system gives them; nothing when the folder cannot be listed.
@@ -36,7 +40,32 @@ struct FileStamp {
     bool operator==(const FileStamp&) const = default;
 };
 FileStamp stamp(const QString& path);
-// The same for a file already open, by its descriptor.
-FileStamp stampOf(int fd);
+
+// A regular file opened for reading, without blocking, and closed with this
+// object. Anything else at the path (nothing, a folder, a named pipe, a
+// device, no permission) leaves it closed, and every read then fails.
+class ReadOnlyFile {
+public:
+    explicit ReadOnlyFile(const QString& path);
+    ~ReadOnlyFile();
+    ReadOnlyFile(const ReadOnlyFile&) = delete;
+    ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
+
+    bool isOpen() const { return fd_ >= 0; }
+    // Why it is not open: the path holds nothing, or something that cannot be read as a file.
+    bool missing() const { return missing_; }
+    // The file as it is now (not `present` when closed).
+    FileStamp stamp() const;
+
+    // Up to `size` bytes from `offset` into `buffer`: fewer only at the end of
+    // the file or on an error. The count read.
+    qsizetype readAt(quint64 offset, char* buffer, qsizetype size) const;
+    // Exactly `size` bytes from `offset`, or nothing.
+    std::optional<QByteArray> readExactly(quint64 offset, qsizetype size) const;
+
+private:
+    int fd_ = -1;
+    bool missing_ = false;
+};
 
 }  // namespace varnel::fs

@@ -78,26 +78,18 @@ bool AppDelegate::selfTeardownIfUninstalled() {
 void AppDelegate::refresh() {
     if (selfTeardownIfUninstalled()) return;
     inBackground(
-        *QThreadPool::globalInstance(), this,
-        [] {
-            RefreshResult result;
-            result.snapshot = Poller::snapshot();
-            result.installedVersion = readInstalledVersion();
-            result.latestVersion = readLatestVersion();
-            result.certificates = certStatus();
-            return result;
-        },
-        [this](const RefreshResult& result) { store(result); });
+        *QThreadPool::globalInstance(), this, [] { return probeSuite(); },
+        [this](const SuiteProbe& probe) { store(probe); });
 }
 
-void AppDelegate::store(const RefreshResult& result) {
-    latest_ = result.snapshot;
-    if (!result.installedVersion.isEmpty()) installedVersion_ = result.installedVersion;
-    latestVersion_ = result.latestVersion;
-    certHealth_ = result.certificates.health;
-    certDetail_ = result.certificates.detail;
+void AppDelegate::store(const SuiteProbe& probe) {
+    latest_ = probe.services;
+    if (!probe.installedVersion.isEmpty()) installedVersion_ = probe.installedVersion;
+    latestVersion_ = probe.latestVersion;
+    certHealth_ = probe.certificates.health;
+    certDetail_ = probe.certificates.detail;
     updateTooltip();
-    rebuildMenu(result.snapshot);
+    rebuildMenu(probe.services);
     emit refreshed();
 }
 

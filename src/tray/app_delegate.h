@@ -10,6 +10,7 @@
 #include "monitor/catalogue.h"
 #include "monitor/cert_check.h"
 #include "status/status_menu.h"
+#include "status/suite_probe.h"
 #include "viewer/log_viewer.h"
 
 namespace varnel {
@@ -63,14 +64,7 @@ signals:
     void notified(const QString& line);
 
 private:
-    struct RefreshResult {
-        QList<ServiceStatus> snapshot;
-        QString installedVersion;
-        QString latestVersion;
-        CertStatus certificates;
-    };
-
-    void store(const RefreshResult& result);
+    void store(const SuiteProbe& probe);
     void scheduleRefresh(int milliseconds);
     void dispatch(MenuAction action, const std::optional<QString>& represented);
 

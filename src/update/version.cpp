@@ -3,7 +3,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QList>
-#include <QStringDecoder>
 #include <QTextBoundaryFinder>
 #include <algorithm>
 #include <array>
@@ -11,10 +10,16 @@
 
 #include "platform/file_system.h"
 #include "platform/paths.h"
+#include "platform/text.h"
 
 namespace varnel {
 
 namespace {
+
+// A version file holds a few bytes and the discovery state a few hundred; far
+// larger files are not what the suite writes and are read as missing.
+constexpr qsizetype kMaxVersionFile = 64 * 1024;
+constexpr qsizetype kMaxStateFile = 1024 * 1024;
 
 // Han ideographs whose Unicode Numeric_Type is Numeric although their general
 // category is a letter. They count as numerals (and so make a piece unreadable),
@@ -90,23 +95,16 @@ QList<qint64> components(const QString& version) {
     return values;
 }
 
-std::optional<QString> strictUtf8(const QByteArray& bytes) {
-    QStringDecoder decoder(QStringConverter::Utf8);
-    QString text = decoder.decode(bytes);
-    if (decoder.hasError()) return std::nullopt;
-    return text;
-}
-
 }  // namespace
 
 QString readInstalledVersion() {
-    const auto bytes = fs::readAll(Paths::installedVer);
+    const auto bytes = fs::readFile(Paths::installedVer, kMaxVersionFile);
     if (!bytes) return {};
-    return strictUtf8(*bytes).value_or(QString()).trimmed();
+    return text::decodeUtf8Strict(*bytes).value_or(QString()).trimmed();
 }
 
 QString readLatestVersion() {
-    const auto bytes = fs::readAll(Paths::discoveryState);
+    const auto bytes = fs::readFile(Paths::discoveryState, kMaxStateFile);
     return bytes ? latestVersionFromJson(*bytes) : QString();
 }
 
