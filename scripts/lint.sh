@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Fails on formatting drift (clang-format) and on what .clang-tidy checks.
-# Usage: scripts/lint.sh [format|tidy]...   (default: both)
+# Fails on formatting drift (clang-format), on what .clang-tidy checks, and on
+# shellcheck warnings in the shell scripts.
+# Usage: scripts/lint.sh [format|tidy|shell]...   (default: all three)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh build lint
@@ -9,6 +10,12 @@ mapfile -t sources < <(git ls-files -co --exclude-standard '*.cpp' '*.h' '*.mm')
 
 format() {
     clang-format --dry-run -Werror "${sources[@]}"
+}
+
+shell() {
+    mapfile -t scripts < <(git ls-files -co --exclude-standard '*.sh' 'sim/tools/*' '.ci/run' \
+        'packaging/macos/scripts/*')
+    shellcheck --severity=warning "${scripts[@]}"
 }
 
 tidy() {
@@ -23,11 +30,12 @@ tidy() {
     }
 }
 
-for what in "${@:-format tidy}"; do
+for what in "${@:-format shell tidy}"; do
     for step in $what; do
         case $step in
             format) format ;;
             tidy) tidy ;;
+            shell) shell ;;
             *) echo "lint.sh: unknown step '$step'" >&2; exit 2 ;;
         esac
     done
