@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Fails on formatting drift (clang-format), on what .clang-tidy checks, and on
-# shellcheck warnings in the shell scripts.
+# warnings of the shell-script checker in our scripts.
 # Usage: scripts/lint.sh [format|tidy|shell]...   (default: all three)
 set -euo pipefail
 cd "$(dirname "$0")/.."
