@@ -44,10 +44,12 @@ const char* const usage =
     "                   or all (the default)\n"
     "  --search TEXT    only rows whose time, level, source or message holds TEXT,\n"
     "                   ignoring case\n"
-    "  --follow         keep printing rows as the log grows, until interrupted\n"
+    "  --follow         keep printing rows as the log grows, across rotations, until\n"
+    "                   interrupted; a line is printed once it is whole\n"
     "  -h, --help       show this help\n"
     "\n"
-    "The line counts of show go to standard error. Colours only on a terminal without NO_COLOR.\n";
+    "The line counts of show go to standard error. Colours only on a terminal without NO_COLOR.\n"
+    "Text output shows control characters as pictures (ESC as \u241B) instead of sending them.\n";
 
 constexpr quint64 kTailBytes = 4'000'000;
 

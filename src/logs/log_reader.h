@@ -54,9 +54,9 @@ public:
     LogReader& operator=(LogReader&&) noexcept;
 
     // Opens the file at the path afresh and reads its tail as readLogTail()
-    // does, saying where it stands in `place`; reading on starts just past the
+    // does, saying where it stands in `where`; reading on starts just past the
     // tail's last line feed.
-    LogTail start(quint64 maxBytes, TailPlace* place = nullptr);
+    LogTail start(quint64 maxBytes, TailPlace* where = nullptr);
 
     // The lines that arrived since, about `limit` bytes at most: a line longer
     // than that is handed on in pieces, each ended with a line feed. A look at

@@ -47,8 +47,8 @@ private:
     std::vector<Fold> leading_;
 };
 
-// Every line of text[from, to) that is not blank, CR LF read as LF.
-void addLines(Builder& builder, QStringView text, qsizetype from, qsizetype to);
+// Every line of all[from, to) that is not blank, CR LF read as LF.
+void addLines(Builder& builder, QStringView all, qsizetype from, qsizetype to);
 
 // A row's message and raw text with lines of `part` folded in.
 QString foldedMessage(QStringView message, const Flat& part, const std::vector<Fold>& folds);
