@@ -268,11 +268,9 @@ TEST(LogStreamProperty, EveryLineOnceThroughRotationsCutsAndBursts) {
         LogReader reader(kLog);
         const LogTail tail = reader.start(4'000'000);
         ASSERT_EQ(tail.text, files.first());
-        LogStream atOnce(filter, LogStream::Rows::atOnce);
-        LogStream whole(filter, LogStream::Rows::whole);
-        QList<LogRow> shownAtOnce, shownWhole;
-        collect(shownAtOnce, atOnce.start(LogRows::build(tail.text)).items);
-        collect(shownWhole, whole.start(LogRows::build(tail.text)).items);
+        LogStream streams[] = {{filter, LogStream::Rows::atOnce}, {filter, LogStream::Rows::whole}};
+        QList<LogRow> shown[2];
+        for (int s : {0, 1}) collect(shown[s], streams[s].start(LogRows::build(tail.text)).items);
 
         QString streamed = tail.text;
         QString half;  // the start of a line not yet finished
@@ -285,18 +283,17 @@ TEST(LogStreamProperty, EveryLineOnceThroughRotationsCutsAndBursts) {
                 chunk = reader.next(16 * 1024);
                 if (chunk.event == LogReader::Event::replaced ||
                     chunk.event == LogReader::Event::truncated) {
-                    collect(shownAtOnce, atOnce.end());
-                    collect(shownWhole, whole.end());
+                    for (int s : {0, 1}) collect(shown[s], streams[s].end());
                     streamed += u'|';
                 } else {
                     ASSERT_EQ(chunk.event, LogReader::Event::none);
                 }
                 quiet = quiet && chunk.text.isEmpty() && chunk.event == LogReader::Event::none;
                 streamed += chunk.text;
-                collect(shownAtOnce, atOnce.add(chunk.text));
-                collect(shownWhole, whole.add(chunk.text));
+                for (int s : {0, 1}) collect(shown[s], streams[s].add(chunk.text));
             } while (chunk.more);
-            if (quiet) collect(shownWhole, whole.quiet());
+            for (int s : {0, 1})
+                if (quiet) collect(shown[s], streams[s].quiet());
             paused = paused || quiet;
             rotatedSincePoll = false;
         };
@@ -354,13 +351,12 @@ TEST(LogStreamProperty, EveryLineOnceThroughRotationsCutsAndBursts) {
         }
         if (!half.isEmpty()) write(host(), QString());
         poll();
-        collect(shownAtOnce, atOnce.end());
-        collect(shownWhole, whole.end());
+        for (int s : {0, 1}) collect(shown[s], streams[s].end());
 
         ASSERT_EQ(QString(streamed).remove(u'|'), files.join(QString()));
         ASSERT_EQ(streamed.count(u'|'), files.size() - 1) << "one restart per rotation";
         const QList<LogRow> expected = expectedRows(files, filter);
-        ASSERT_EQ(shownWhole, expected);
-        ASSERT_EQ(shownAtOnce, expected);
+        ASSERT_EQ(shown[0], expected) << "at once";
+        ASSERT_EQ(shown[1], expected) << "whole";
     }
 }

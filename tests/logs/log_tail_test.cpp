@@ -12,7 +12,6 @@
 #include <QTemporaryDir>
 #include <memory>
 
-#include "logs/log_rows.h"
 #include "platform/sandbox.h"
 
 using namespace varnel;
@@ -159,14 +158,4 @@ TEST(LogTail, EncodingsSignaturesAndBadBytes) {
         write(kLog, c.bytes);
         EXPECT_EQ(readLogTail(kLog, c.maxBytes).text, c.text) << c.bytes.toHex().toStdString();
     }
-}
-
-TEST(LogTail, AHugeLineIsReadWholeAsOneRow) {
-    // One line of 10 MB: the last 4,000,000 bytes, whole, and one row.
-    write(kLog, QByteArray(10'000'000, 'x'));
-    const LogTail tail = readLogTail(kLog);
-    const LogRows rows = LogRows::build(tail.text);
-    EXPECT_TRUE(tail.truncated);
-    ASSERT_EQ(rows.size(), 1);
-    EXPECT_EQ(rows[0].message.size(), 4'000'000);
 }
