@@ -1,6 +1,7 @@
 // What a Follow tick costs on a log past 4 MB: unchanged, after appends of
 // 1 KB, 10 KB and 100 KB (the window moves each time), and the full reload a
-// tick used to be. Report the medians: ./log_follow_bench --benchmark_repetitions=9
+// tick used to be; and the same appends streamed as varnelctl follows them. Report the medians:
+// ./log_follow_bench --benchmark_repetitions=9
 //   --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
 
@@ -8,7 +9,9 @@
 #include <QTemporaryDir>
 
 #include "logs/log_follow.h"
+#include "logs/log_reader.h"
 #include "logs/log_rows.h"
+#include "logs/log_stream.h"
 #include "logs/log_tail.h"
 #include "support/log_corpus.h"
 
@@ -73,7 +76,32 @@ BENCHMARK(BM_TickAfterAppend)
     ->Unit(benchmark::kMicrosecond)
     ->UseRealTime();
 
-// What every tick cost before: read and parse the whole tail.
+// varnelctl's tick: read on from the offset and hand on the new rows.
+void BM_StreamTickAfterAppend(benchmark::State& state) {
+    const FollowedFile file;
+    const QByteArray chunk = chunkOf(state.range(0));
+    LogReader reader(file.path);
+    LogStream stream({}, LogStream::Rows::atOnce);
+    stream.start(LogRows::build(reader.start(4'000'000).text));
+    qsizetype items = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        file.write(chunk, QIODevice::Append);
+        state.ResumeTiming();
+        const LogReader::Chunk lines = reader.next(256 * 1024);
+        items = stream.add(lines.text).size();
+        if (lines.more || items == 0) state.SkipWithError("not read in one piece");
+    }
+    state.counters["rows"] = double(items);
+    state.SetBytesProcessed(state.iterations() * chunk.size());
+}
+BENCHMARK(BM_StreamTickAfterAppend)
+    ->Arg(1'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
+
+// What every tick cost before, in the window and in varnelctl: read and parse the whole tail.
 void BM_FullReload(benchmark::State& state) {
     const FollowedFile file;
     for (auto _ : state) {

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "logs/log_filter.h"
 #include "logs/log_parser.h"
 #include "logs/log_rows.h"
 
@@ -38,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (qsizetype i = 0; i < rows.size(); ++i)
         chars += rows[i].message.size() + rows[i].raw.size();
     const QString needle = utf8.left(3);
-    const QList<qsizetype> shown = varnel::filterRows(rows, QStringLiteral("All levels"), needle);
+    const QList<qsizetype> shown = varnel::filterRows(rows, {varnel::LevelChoice::all, needle});
     if (shown.size() > rows.size() || chars < 0) std::abort();
     return 0;
 }

@@ -18,4 +18,12 @@ struct Io {
     bool outIsTerminal = false;
 };
 
+// Flushes standard output. When what was written did not arrive (a reader
+// that closed the pipe, a full disk), says so on standard error as `command`
+// and returns false: the command should stop with exitFailure.
+bool flushOut(Io& io, const char* command);
+
+// Says on standard error that the output cannot be written, and why.
+void reportLostOutput(Io& io, const char* command, const QString& why);
+
 }  // namespace varnel::cli

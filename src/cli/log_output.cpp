@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "cli/terminal_text.h"
+
 namespace varnel::cli {
 
 namespace {
@@ -42,6 +44,20 @@ QString paint(const QString& text, SystemColor colour, bool bold, bool enabled) 
     return QStringLiteral("\x1b[") + QLatin1String(code) + u'm' + text + QStringLiteral("\x1b[0m");
 }
 
+// The two-letter escapes JSON has for the controls logs hold most.
+QLatin1StringView shortEscape(char16_t c) {
+    switch (c) {
+        case u'\n':
+            return QLatin1StringView("\\n");
+        case u'\r':
+            return QLatin1StringView("\\r");
+        case u'\t':
+            return QLatin1StringView("\\t");
+        default:
+            return {};
+    }
+}
+
 QString padded(const QString& text, qsizetype columnWidth) {
     return QString(std::max<qsizetype>(0, columnWidth - width(text)), u' ');
 }
@@ -52,28 +68,17 @@ QString jsonString(QStringView text) {
     QString out;
     out.reserve(text.size() + 2);
     out += u'"';
-    for (QChar c : text) {
-        switch (c.unicode()) {
-            case u'"':
-                out += QStringLiteral("\\\"");
-                break;
-            case u'\\':
-                out += QStringLiteral("\\\\");
-                break;
-            case u'\n':
-                out += QStringLiteral("\\n");
-                break;
-            case u'\r':
-                out += QStringLiteral("\\r");
-                break;
-            case u'\t':
-                out += QStringLiteral("\\t");
-                break;
-            default:
-                if (c.unicode() < 0x20 || c.unicode() == 0x7f)
-                    out += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
-                else
-                    out += c;
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u == u'"' || u == u'\\') {
+            out += u'\\';
+            out += c;
+        } else if (const QLatin1StringView escape = shortEscape(u); !escape.isEmpty()) {
+            out += escape;
+        } else if (u < 0x20 || u == 0x7f) {
+            out += QStringLiteral("\\u%1").arg(u, 4, 16, QLatin1Char('0'));
+        } else {
+            out += c;
         }
     }
     out += u'"';
@@ -91,9 +96,9 @@ bool wantColour(bool outIsTerminal) {
 }
 
 void RowFormatter::fit(const LogRow& row) {
-    time_ = std::max(time_, width(row.time));
-    level_ = std::max(level_, width(row.level));
-    source_ = std::max(source_, width(row.source));
+    time_ = std::max(time_, width(terminalSafe(row.time)));
+    level_ = std::max(level_, width(terminalSafe(row.level)));
+    source_ = std::max(source_, width(terminalSafe(row.source)));
 }
 
 qsizetype RowFormatter::messageColumn() const {
@@ -111,22 +116,25 @@ QString RowFormatter::row(const LogRow& row) {
         if (columnWidth == 0) return;
         line += paint(text, colour, bold, colour_) + padded(text, columnWidth) + gap;
     };
-    cell(row.time, time_, SystemColor::secondaryLabel, false);
-    cell(row.level, level_, levelColor(row.level), true);
-    cell(row.source, source_, SystemColor::secondaryLabel, false);
+    cell(terminalSafe(row.time), time_, SystemColor::secondaryLabel, false);
+    cell(terminalSafe(row.level), level_, levelColor(row.level), true);
+    cell(terminalSafe(row.source), source_, SystemColor::secondaryLabel, false);
 
     if (row.message.isEmpty()) {
         // Padding before nothing is noise in a terminal and in diffs.
         while (line.endsWith(u' ')) line.chop(1);
         return line + u'\n';
     }
-    QString message = row.message;
-    message.replace(u'\n', u'\n' + QString(messageColumn(), u' '));
+    // Line breaks a message holds go on under its column; every other control is shown.
+    QStringList lines;
+    for (const QStringView part : QStringView(row.message).split(u'\n'))
+        lines.append(terminalSafe(part));
+    const QString message = lines.join(u'\n' + QString(messageColumn(), u' '));
     return line + paint(message, messageColor(row.level), false, colour_) + u'\n';
 }
 
 QString RowFormatter::continuation(QStringView text) const {
-    return QString(messageColumn(), u' ') + text.toString() + u'\n';
+    return QString(messageColumn(), u' ') + terminalSafe(text) + u'\n';
 }
 
 }  // namespace varnel::cli

@@ -4,7 +4,7 @@
 #include <QStringView>
 
 #include "logs/log_parser.h"
-#include "logs/log_rows.h"
+#include "logs/log_presentation.h"
 
 namespace varnel::cli {
 

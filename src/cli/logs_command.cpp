@@ -1,21 +1,25 @@
 #include "cli/logs_command.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/select.h>
+#include <unistd.h>
 
 #include <QFile>
 #include <cerrno>
 #include <optional>
 
-#include "cli/log_follower.h"
 #include "cli/log_output.h"
 #include "cli/options.h"
+#include "cli/terminal_text.h"
+#include "logs/log_filter.h"
 #include "logs/log_parser.h"
+#include "logs/log_reader.h"
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
+#include "logs/log_stream.h"
 #include "logs/log_tail.h"
-#include "platform/file_system.h"
-#include "platform/sandbox.h"
+#include "platform/text.h"
 
 namespace varnel::cli {
 
@@ -40,13 +44,24 @@ const char* const usage =
     "                   or all (the default)\n"
     "  --search TEXT    only rows whose time, level, source or message holds TEXT,\n"
     "                   ignoring case\n"
-    "  --follow         keep printing rows as the log grows, until interrupted\n"
+    "  --follow         keep printing rows as the log grows, across rotations, until\n"
+    "                   interrupted; a line is printed once it is whole\n"
     "  -h, --help       show this help\n"
     "\n"
-    "The line counts of show go to standard error. Colours only on a terminal without NO_COLOR.\n";
+    "The line counts of show go to standard error. Colours only on a terminal without NO_COLOR.\n"
+    "Text output shows control characters as pictures (ESC as \u241B) instead of sending them.\n";
+
+constexpr quint64 kTailBytes = 4'000'000;
 
 Options logsOptions() {
     return Options(QStringLiteral("logs"), usage);
+}
+
+constexpr const char* kCommand = "logs";
+
+void note(Io& io, const QString& text) {
+    io.err << "varnelctl logs: " << terminalSafe(text) << '\n';
+    io.err.flush();
 }
 
 // ----- list -----
@@ -60,9 +75,11 @@ int listLogs(const QStringList& args, Io& io) {
     const bool json = options.isSet(QStringLiteral("json"));
     const QList<LogSource> sources = LogRegistry::discover();
     if (!json) {
+        // A tab or a line feed in a name would forge a column or a line.
         for (const LogSource& source : sources)
-            io.out << source.title << '\t' << source.path << '\n';
-        return exitOk;
+            io.out << terminalSafe(source.title, Tabs::show) << '\t'
+                   << terminalSafe(source.path, Tabs::show) << '\n';
+        return flushOut(io, kCommand) ? exitOk : exitFailure;
     }
     io.out << '[';
     for (qsizetype i = 0; i < sources.size(); ++i) {
@@ -70,7 +87,7 @@ int listLogs(const QStringList& args, Io& io) {
                << ",\"path\":" << jsonString(sources[i].path) << '}';
     }
     io.out << (sources.isEmpty() ? "]\n" : "\n]\n");
-    return exitOk;
+    return flushOut(io, kCommand) ? exitOk : exitFailure;
 }
 
 // ----- parse -----
@@ -88,39 +105,37 @@ int parseLines(const QStringList& args, Io& io) {
     const bool opened = name == QStringLiteral("-")
                             ? file.open(stdin, QIODevice::ReadOnly)
                             : (file.setFileName(name), file.open(QIODevice::ReadOnly));
-    if (!opened) {
-        io.err << "varnelctl logs: cannot read " << name << ": " << file.errorString() << '\n';
-        return exitFailure;
-    }
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError) {
-        io.err << "varnelctl logs: cannot read " << name << ": " << file.errorString() << '\n';
+    const QByteArray bytes = opened ? file.readAll() : QByteArray();
+    if (!opened || file.error() != QFileDevice::NoError) {
+        note(io, QStringLiteral("cannot read %1: %2").arg(name, file.errorString()));
         return exitFailure;
     }
     const QString text = QString::fromUtf8(bytes);
 
     QStringView rest(text);
     if (rest.endsWith(u'\n')) rest.chop(1);  // a final line feed ends a line, it starts none
-    if (text.isEmpty()) return exitOk;
-    for (QStringView line : rest.split(u'\n')) io.out << rowJson(LogParser::parse(line)) << '\n';
-    return exitOk;
+    if (!text.isEmpty()) {
+        for (QStringView line : rest.split(u'\n'))
+            io.out << rowJson(LogParser::parse(line)) << '\n';
+    }
+    return flushOut(io, kCommand) ? exitOk : exitFailure;
 }
 
 // ----- show -----
 
 struct ShowOptions {
-    QString level = levelChoices().first();
-    QString search;
+    RowFilter filter;
     bool json = false;
     bool follow = false;
     std::optional<QString> target;
 };
 
-std::optional<QString> levelChoice(const QString& value) {
-    if (value.compare(QStringLiteral("all"), Qt::CaseInsensitive) == 0)
-        return levelChoices().first();
-    for (const QString& choice : levelChoices())
-        if (value.compare(choice, Qt::CaseInsensitive) == 0) return choice;
+std::optional<LevelChoice> levelChoice(const QString& value) {
+    if (value.compare(QStringLiteral("all"), Qt::CaseInsensitive) == 0) return LevelChoice::all;
+    for (const LevelChoice choice : levelChoices())
+        if (choice != LevelChoice::all &&
+            QStringView(value).compare(levelChoiceTitle(choice), Qt::CaseInsensitive) == 0)
+            return choice;
     return std::nullopt;
 }
 
@@ -128,17 +143,19 @@ class RowPrinter {
 public:
     RowPrinter(Io& io, bool json) : io_(io), json_(json), text_(wantColour(io.outIsTerminal)) {}
 
-    void print(const QList<FollowItem>& items) {
-        for (const FollowItem& item : items) text_.fit(item.row);
-        for (const FollowItem& item : items) {
+    // False when the output could not be written.
+    bool print(const QList<LogStream::Item>& items) {
+        if (items.isEmpty()) return true;
+        for (const LogStream::Item& item : items) text_.fit(item.row);
+        for (const LogStream::Item& item : items) {
             if (json_)
                 io_.out << rowJson(item.row) << '\n';
-            else if (item.kind == FollowItem::Kind::continuation)
-                io_.out << text_.continuation(QStringLiteral("\u27F6  ") + item.row.message);
+            else if (item.kind == LogStream::Item::Kind::continuation)
+                io_.out << text_.continuation(text::trimBlanks(item.row.message));
             else
                 io_.out << text_.row(item.row);
         }
-        io_.out.flush();
+        return flushOut(io_, kCommand);
     }
 
 private:
@@ -147,56 +164,108 @@ private:
     RowFormatter text_;
 };
 
-void printStatus(Io& io, const FollowStep& step, const QString& path) {
-    io.err << statusLine(step.shown, step.total, step.truncated, path) << '\n';
-    io.err.flush();
+// What the reader found, said on standard error.
+void noteEvent(Io& io, LogReader::Event event, const QString& path) {
+    switch (event) {
+        case LogReader::Event::none:
+            break;
+        case LogReader::Event::gone:
+            note(io, path + QStringLiteral(" was removed; reading on what it held until a new "
+                                           "file takes its place."));
+            break;
+        case LogReader::Event::replaced:
+            note(io, path + QStringLiteral(" was replaced; reading the new file from its start."));
+            break;
+        case LogReader::Event::truncated:
+            note(io, path + QStringLiteral(" was cut short; the lines before the cut came from ") +
+                         path + QStringLiteral(".1. Reading it from its start."));
+            break;
+        case LogReader::Event::truncatedWithLoss:
+            note(io, path + QStringLiteral(" was cut short; lines written just before may be "
+                                           "missing. Reading it from its start."));
+            break;
+    }
 }
 
-// Polls the log until SIGINT or SIGTERM. The two signals stay blocked except while waiting,
-// so one that arrives while printing ends the next wait at once, and nothing global is needed
-// to notice it.
-void follow(const QString& path, fs::FileStamp last, LogFollower& follower, RowPrinter& printer,
-            Io& io) {
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    sigset_t previousMask;
-    sigprocmask(SIG_BLOCK, &stopSignals, &previousMask);
-    struct sigaction wake {};
-    wake.sa_handler = [](int) {};
-    sigemptyset(&wake.sa_mask);
-    struct sigaction previousInt {
-    }, previousTerm{};
-    sigaction(SIGINT, &wake, &previousInt);
-    sigaction(SIGTERM, &wake, &previousTerm);
-    sigset_t waitMask = previousMask;
-    sigdelset(&waitMask, SIGINT);
-    sigdelset(&waitMask, SIGTERM);
+// Blocks SIGINT and SIGTERM except while waiting, so that one that arrives
+// while printing ends the next wait at once, and nothing global is needed to
+// notice it.
+class StopSignals {
+public:
+    StopSignals() {
+        sigset_t stop;
+        sigemptyset(&stop);
+        sigaddset(&stop, SIGINT);
+        sigaddset(&stop, SIGTERM);
+        sigprocmask(SIG_BLOCK, &stop, &previousMask_);
+        struct sigaction wake {};
+        wake.sa_handler = [](int) {};
+        sigemptyset(&wake.sa_mask);
+        sigaction(SIGINT, &wake, &previousInt_);
+        sigaction(SIGTERM, &wake, &previousTerm_);
+        waitMask_ = previousMask_;
+        sigdelset(&waitMask_, SIGINT);
+        sigdelset(&waitMask_, SIGTERM);
+    }
+    ~StopSignals() {
+        sigaction(SIGINT, &previousInt_, nullptr);
+        sigaction(SIGTERM, &previousTerm_, nullptr);
+        sigprocmask(SIG_SETMASK, &previousMask_, nullptr);
+    }
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
 
-    for (;;) {
-        const timespec interval{1, 0};
-        if (::pselect(0, nullptr, nullptr, nullptr, &interval, &waitMask) < 0 && errno == EINTR)
-            break;
-        const fs::FileStamp now = fs::stamp(path);
-        if (now == last) continue;
-        const bool replaced =
-            last.present && now.present &&
-            (now.device != last.device || now.inode != last.inode || now.size < last.size);
-        last = now;
-
-        const FollowStep step = follower.update(readLogTail(path), replaced);
-        if (step.kind == FollowStep::Kind::restart) {
-            io.err << "varnelctl logs: " << path
-                   << " was replaced or cut short; reading it again.\n";
-            printStatus(io, step, path);
-        }
-        printer.print(step.items);
+    // False when asked to stop.
+    bool wait(const timespec& interval) const {
+        return !(::pselect(0, nullptr, nullptr, nullptr, &interval, &waitMask_) < 0 &&
+                 errno == EINTR);
     }
 
-    sigaction(SIGINT, &previousInt, nullptr);
-    sigaction(SIGTERM, &previousTerm, nullptr);
-    sigprocmask(SIG_SETMASK, &previousMask, nullptr);
+private:
+    sigset_t previousMask_{};
+    sigset_t waitMask_{};
+    struct sigaction previousInt_ {};
+    struct sigaction previousTerm_ {};
+};
+
+// The reader of a pipe on standard output went away: whatever is written
+// from now on is lost, and a quiet log would keep the follower waiting for
+// nothing. Closed terminals and descriptors count too.
+bool outputGone() {
+    pollfd out{STDOUT_FILENO, 0, 0};
+    return ::poll(&out, 1, 0) > 0 && (out.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
+}
+
+// Reads on from where the first rows ended, every second, until SIGINT or
+// SIGTERM; however much arrives, it goes through in bounded pieces.
+int follow(LogReader& reader, LogStream& stream, RowPrinter& printer, Io& io) {
+    constexpr qsizetype kPiece = qsizetype(256) * 1024;
+    const StopSignals stop;
+    while (stop.wait(timespec{1, 0})) {
+        if (outputGone()) {
+            reportLostOutput(io, kCommand, QStringLiteral("its reader is gone"));
+            return exitFailure;
+        }
+        bool quiet = true;
+        LogReader::Chunk chunk;
+        do {
+            chunk = reader.next(kPiece);
+            if (chunk.event != LogReader::Event::none) {
+                quiet = false;
+                // Rows of another file, or of the file from its start, never
+                // fold into the rows before.
+                if (chunk.event != LogReader::Event::gone && !printer.print(stream.end()))
+                    return exitFailure;
+                noteEvent(io, chunk.event, reader.path());
+            }
+            if (!chunk.text.isEmpty()) {
+                quiet = false;
+                if (!printer.print(stream.add(chunk.text))) return exitFailure;
+            }
+        } while (chunk.more);
+        if (quiet && !printer.print(stream.quiet())) return exitFailure;
+    }
+    return printer.print(stream.end()) ? exitOk : exitFailure;
 }
 
 int showLog(const QStringList& args, Io& io) {
@@ -209,49 +278,57 @@ int showLog(const QStringList& args, Io& io) {
     ShowOptions options;
     options.json = parsed.isSet(QStringLiteral("json"));
     options.follow = parsed.isSet(QStringLiteral("follow"));
-    options.search = parsed.value(QStringLiteral("search"));
+    options.filter.search = parsed.value(QStringLiteral("search"));
     if (parsed.isSet(QStringLiteral("level"))) {
         const auto choice = levelChoice(parsed.value(QStringLiteral("level")));
         if (!choice)
             return parsed.usageError(io, QStringLiteral("--level takes one of ERROR, FATAL, WARN, "
                                                         "INFO, DEBUG, TRACE or all"));
-        options.level = *choice;
+        options.filter.level = *choice;
     }
     const QStringList targets = parsed.positional();
     if (targets.size() > 1)
         return parsed.usageError(io, QStringLiteral("show takes one log at most"));
     if (!targets.isEmpty()) options.target = targets.first();
 
-    const QString hintPrefix = QStringLiteral("hint:");
-    std::optional<QString> path;
-    if (options.target && !options.target->startsWith(hintPrefix)) {
-        path = options.target;
-    } else {
-        if (options.target) path = LogRegistry::newest(options.target->mid(hintPrefix.size()));
-        if (!path) {
-            const QList<LogSource> sources = LogRegistry::discover();
-            if (sources.isEmpty()) {
-                io.err << "No Varnel logs found yet.\n";
-                return exitFailure;
-            }
-            if (options.target)
-                io.err << "varnelctl logs: no log's file name holds \""
-                       << options.target->mid(hintPrefix.size()) << "\"; showing "
-                       << sources.first().path << ".\n";
-            path = sources.first().path;
+    std::optional<QString> path =
+        options.target ? LogRegistry::resolve(*options.target) : std::nullopt;
+    if (!path) {
+        const QList<LogSource> sources = LogRegistry::discover();
+        if (sources.isEmpty()) {
+            io.err << "No Varnel logs found yet.\n";
+            return exitFailure;
         }
+        if (const auto fragment =
+                options.target ? LogRegistry::hintFragment(*options.target) : std::nullopt)
+            note(io, QStringLiteral("no log's file name holds \"%1\"; showing %2.")
+                         .arg(*fragment, sources.first().path));
+        path = sources.first().path;
     }
 
-    LogFollower follower(options.level, options.search);
+    // Followed, only whole lines are shown: an unfinished last line waits for its line feed.
+    LogReader reader(*path);
+    const LogTail tail = options.follow ? reader.start(kTailBytes) : readLogTail(*path);
+    const QString text =
+        options.follow ? tail.text.left(tail.text.lastIndexOf(u'\n') + 1) : tail.text;
+    const LogRows rows = tail.error ? LogRows::fromError(*tail.error) : LogRows::build(text);
+
+    // JSON readers get each row once, whole; people see rows at once.
+    LogStream stream(options.filter,
+                     options.json ? LogStream::Rows::whole : LogStream::Rows::atOnce);
     RowPrinter printer(io, options.json);
-    // Taken before the read, so that whatever is written meanwhile shows up at the first poll.
-    const fs::FileStamp before = fs::stamp(*path);
-    const FollowStep first = follower.start(readLogTail(*path));
-    printer.print(first.items);
-    printStatus(io, first, *path);
-    if (first.kind == FollowStep::Kind::failed) return exitFailure;
-    if (options.follow) follow(*path, before, follower, printer, io);
-    return exitOk;
+    const LogStream::Batch first = stream.start(rows);
+    if (!printer.print(first.items)) return exitFailure;
+    io.err << terminalSafe(
+                  statusLine(first.shown, first.total, tail.truncated && !tail.error, *path))
+           << '\n';
+    io.err.flush();
+    if (tail.error) {
+        printer.print(stream.end());
+        return exitFailure;
+    }
+    if (options.follow) return follow(reader, stream, printer, io);
+    return printer.print(stream.end()) ? exitOk : exitFailure;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "cli/log_output.h"
 #include "cli/options.h"
+#include "cli/terminal_text.h"
 
 #include "status/health_summary.h"
 #include "status/suite_probe.h"
@@ -84,6 +85,19 @@ qsizetype widest(const QStringList& texts) {
     return width;
 }
 
+// The texts the suite's files and tools gave, as a terminal can show them: a
+// line feed in a version must not forge a line of the report.
+Report forTerminal(Report report) {
+    report.installed = terminalSafe(report.installed);
+    report.latest = terminalSafe(report.latest);
+    report.certificates.detail = terminalSafe(report.certificates.detail);
+    for (ServiceStatus& s : report.services) {
+        s.spec.title = terminalSafe(s.spec.title);
+        s.extra = terminalSafe(s.extra);
+    }
+    return report;
+}
+
 QString toText(const Report& report) {
     const qsizetype up =
         std::count_if(report.services.begin(), report.services.end(),
@@ -140,8 +154,8 @@ int statusCommand(const QStringList& args, Io& io) {
         return options.usageError(io, QStringLiteral("status takes no arguments"));
     const bool json = options.isSet(QStringLiteral("json"));
     const Report report = gather();
-    io.out << (json ? toJson(report) : toText(report));
-    io.out.flush();
+    io.out << (json ? toJson(report) : toText(forTerminal(report)));
+    if (!flushOut(io, "status")) return exitFailure;
     return exitStatus(report.overall);
 }
 

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <QByteArray>
 #include <QString>
 #include <QtGlobal>
 
+#include "logs/log_reader.h"
 #include "logs/log_rows.h"
-#include "platform/file_system.h"
 
 namespace varnel {
 
@@ -28,9 +27,9 @@ struct LogFollowChange {
 // One followed log and the rows a full load of its tail would give now,
 // kept up to date at the cost of what changed: a look at an unchanged file is
 // one stat, and lines appended are the only ones read and parsed. Whatever
-// cannot be continued with certainty (a shrink, another file at the path, a
-// UTF-16 log, a last line without its line feed, a failed read) is read
-// whole again.
+// cannot be continued with certainty (another file at the path, a cut, a
+// UTF-16 log, a last line without its line feed, a failed read) is read whole
+// again.
 class LogFollow {
 public:
     explicit LogFollow(QString path = {}, quint64 maxBytes = 4'000'000);
@@ -40,27 +39,18 @@ public:
     // Brings the rows up to date with the file.
     LogFollowChange update();
 
-    const QString& path() const { return path_; }
+    const QString& path() const { return reader_.path(); }
     const LogRows& rows() const { return rows_; }
     // The file was longer than the window.
     bool truncated() const { return truncated_; }
 
-    // What a look at the file compares with the previous one.
-    using FileState = fs::FileStamp;
-
 private:
-    bool settle(const FileState& before);
-
-    QString path_;
+    LogReader reader_;
     quint64 maxBytes_;
     LogRows rows_;
     bool truncated_ = false;
-
-    FileState seen_;            // the file as it was just before the last read
-    bool continuable_ = false;  // the rows can be continued from the bytes below
-    quint64 consumed_ = 0;      // bytes read: the rows stand for [windowStart_, consumed_)
+    bool continuable_ = false;  // the rows stand for the file's bytes [windowStart_, offset)
     quint64 windowStart_ = 0;
-    QByteArray lastBytes_;  // the last bytes read, to tell a rewrite from growth
 };
 
 }  // namespace varnel

@@ -140,4 +140,14 @@ std::optional<QString> newest(const QString& fragment) {
     return std::nullopt;
 }
 
+std::optional<QString> hintFragment(const QString& pathOrHint) {
+    if (!pathOrHint.startsWith(Paths::logHintPrefix)) return std::nullopt;
+    return pathOrHint.mid(Paths::logHintPrefix.size());
+}
+
+std::optional<QString> resolve(const QString& pathOrHint) {
+    const std::optional<QString> fragment = hintFragment(pathOrHint);
+    return fragment ? newest(*fragment) : pathOrHint;
+}
+
 }  // namespace varnel::LogRegistry

@@ -25,6 +25,12 @@ QList<LogSource> discover();
 // The path of the first discovered log whose file name contains `fragment`.
 std::optional<QString> newest(const QString& fragment);
 
+// The fragment of a log named as "hint:FRAGMENT"; nothing for a path.
+std::optional<QString> hintFragment(const QString& pathOrHint);
+
+// A path as it is; a hint as the newest log it names, when there is one.
+std::optional<QString> resolve(const QString& pathOrHint);
+
 }  // namespace LogRegistry
 
 }  // namespace varnel

@@ -1,13 +1,10 @@
 #pragma once
 
-#include <QList>
 #include <QString>
-#include <QStringList>
 #include <QStringView>
 #include <memory>
 
 #include "logs/log_parser.h"
-#include "platform/system_color.h"
 
 namespace varnel {
 
@@ -21,6 +18,9 @@ struct LogRowView {
 
     LogRow toRow() const;
 };
+
+// What stands in a row's message before each line folded into it.
+inline constexpr QStringView foldSeparator = u"  \u27F6  ";
 
 // The rows of one load: lines split at line feeds, blank ones skipped, each
 // parsed, and continuation lines (indented, or "at ..."/"in ...") folded into
@@ -46,6 +46,9 @@ public:
     // The rows build() gives for this text without its first `lines` lines
     // (a line being everything up to and including a line feed).
     Trimmed withoutLeadingLines(qsizetype lines) const;
+    // The last row alone, with the lines it was read from: all that lines
+    // appended later can fold into.
+    LogRows lastOnly() const;
 
     qsizetype size() const;
     bool isEmpty() const { return size() == 0; }
@@ -55,12 +58,11 @@ public:
     // Bytes held for the rows (text, side buffer and row records), for measuring.
     qsizetype memoryBytes() const;
 
-    // Defined where rows are built; opaque everywhere else.
+    // Defined where rows are built and searched; opaque everywhere else.
     struct Data;
+    const Data& data() const { return *d; }
 
 private:
-    friend QList<qsizetype> filterRows(const LogRows&, const QString&, const QString&, qsizetype,
-                                       qsizetype);
     std::shared_ptr<const Data> d;
 };
 
@@ -77,23 +79,5 @@ struct LogRows::Trimmed {
     qsizetype rederived = 0;  // rows then put at the front: lines that had been folded into a
                               // dropped row, now rows of their own
 };
-
-// "All levels", "ERROR", "FATAL", "WARN", "INFO", "DEBUG", "TRACE".
-const QStringList& levelChoices();
-
-// Indices of the rows that pass: the level choice matches exactly (or is
-// "All levels") and the search text, ignoring case, is found in time, level,
-// source or message (never raw). Only rows from `from` up to `to` (the end
-// when negative) are looked at.
-QList<qsizetype> filterRows(const LogRows& rows, const QString& levelChoice, const QString& search,
-                            qsizetype from = 0, qsizetype to = -1);
-
-// "12 of 40 lines", then " · showing last 4 MB" when truncated, then " · " and
-// the path when there is one.
-QString statusLine(qsizetype shown, qsizetype total, bool truncated, const QString& currentPath);
-
-// The colour of the Level column and of the message, by the row's level.
-SystemColor levelColor(QStringView level);
-SystemColor messageColor(QStringView level);
 
 }  // namespace varnel

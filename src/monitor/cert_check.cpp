@@ -14,7 +14,7 @@ namespace {
 
 const QString supportDir = QStringLiteral("/Library/Application Support/Varnel");
 // A CA certificate in PEM is a few kilobytes; a larger file is not one.
-constexpr qsizetype kMaxPem = 1024 * 1024;
+constexpr qsizetype kMaxPem = qsizetype(1024) * 1024;
 
 // Code-point order of the composed forms, so that a name typed on another
 // system (decomposed accents) sorts where people expect it. UTF-16 order would

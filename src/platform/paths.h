@@ -18,6 +18,8 @@ inline const QString installedVer =
 inline const QString discoveryState =
     QStringLiteral("/Library/Application Support/Varnel/.discovery-state.json");
 inline const QString updaterLabel = QStringLiteral("com.varnel.endpoint.updater");
+// Names a log by a fragment of its file name, resolved to the newest match when opened.
+inline const QString logHintPrefix = QStringLiteral("hint:");
 inline const QString selfBundle = QStringLiteral(
     "/Library/Application Support/Varnel/VarnelStatus.app/Contents/MacOS/VarnelStatus");
 

@@ -149,10 +149,7 @@ void AppDelegate::refreshNow() {
 }
 
 void AppDelegate::openLog(const std::optional<QString>& represented) {
-    std::optional<QString> path = represented;
-    const QString hint = QStringLiteral("hint:");
-    if (path && path->startsWith(hint)) path = LogRegistry::newest(path->mid(hint.size()));
-    logViewer_.show(path);
+    logViewer_.show(represented ? LogRegistry::resolve(*represented) : std::nullopt);
 }
 
 void AppDelegate::openLogViewer() {

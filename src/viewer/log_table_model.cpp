@@ -3,6 +3,7 @@
 #include <QFontDatabase>
 #include <algorithm>
 
+#include "logs/log_presentation.h"
 #include "ui/system_palette.h"
 
 namespace varnel {

@@ -22,6 +22,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "logs/log_presentation.h"
 #include "logs/row_height.h"
 #include "platform/background.h"
 #include "platform/file_reveal.h"
@@ -45,8 +46,6 @@ namespace {
 
 constexpr quint64 tailBytes = 4'000'000;
 constexpr int followIntervalMs = 2500;
-
-const QString allLevels = QStringLiteral("All levels");
 
 // A one-line label that gives up the middle of a long text rather than growing
 // the window: the end of a path is what tells logs apart.
@@ -131,7 +130,8 @@ void LogViewer::build() {
 
     levelPopup_ = new QComboBox(window_);
     levelPopup_->setObjectName(QStringLiteral("levelPopup"));
-    levelPopup_->addItems(levelChoices());
+    for (const LevelChoice choice : levelChoices())
+        levelPopup_->addItem(levelChoiceTitle(choice).toString());
     connect(levelPopup_, &QComboBox::currentIndexChanged, this, [this] { applyFilter(false); });
 
     searchField_ = new QLineEdit(window_);
@@ -315,10 +315,9 @@ void LogViewer::followSelected() {
         rows_ = follow_.rows();
         // The search and the level do not change during a tick, so only the
         // new rows need a look.
-        const QString level = levelChoice();
-        const QString search = searchField_->text();
+        const RowFilter filter = rowFilter();
         model_->applyGrowth(rows_, change, [&](const LogRows& rows, qsizetype from, qsizetype to) {
-            return filterRows(rows, level, search, from, to);
+            return filterRows(rows, filter, from, to);
         });
         updateRowHeights();
         statusLabel_->setText(
@@ -327,12 +326,13 @@ void LogViewer::followSelected() {
     scrollToEnd();
 }
 
-QString LogViewer::levelChoice() const {
-    return levelPopup_->currentIndex() < 0 ? allLevels : levelPopup_->currentText();
+RowFilter LogViewer::rowFilter() const {
+    return {levelChoices().value(levelPopup_->currentIndex(), LevelChoice::all),
+            searchField_->text()};
 }
 
 void LogViewer::applyFilter(bool scrollToEnd) {
-    QList<qsizetype> shown = filterRows(rows_, levelChoice(), searchField_->text());
+    QList<qsizetype> shown = filterRows(rows_, rowFilter());
 
     // The selection stays on the same lines of the log, wherever they move.
     QList<qsizetype> selected;

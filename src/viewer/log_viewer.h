@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 
+#include "logs/log_filter.h"
 #include "logs/log_follow.h"
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
@@ -55,8 +56,8 @@ private:
     // A Follow tick: what a load would show now, at the cost of what changed.
     void followSelected();
     void applyFilter(bool scrollToEnd);
-    // The chosen level, "All levels" when nothing is chosen.
-    QString levelChoice() const;
+    // The chosen level and search; any level when nothing is chosen.
+    RowFilter rowFilter() const;
     void toggleWrap();
     void toggleFollow();
     void revealCurrent();

@@ -16,6 +16,8 @@ namespace {
 const QString agentLog = QStringLiteral("/Library/Logs/Varnel/agent.stdout.log");
 const QString proxyLog = QStringLiteral("/Library/Logs/Varnel/proxy.log");
 
+const QByteArray line0 = "2024-05-01 10:00:00 INFO zero\n";
+
 const QByteArray sample =
     "2024-05-01 10:00:00 INFO agent::proxy: connection accepted\n"
     "2024-05-01 10:00:01 WARNING watcher: socket closed\n"
@@ -142,7 +144,7 @@ TEST_F(LogsCli, ListsTheLogsAndShowResolvesHints) {
     EXPECT_TRUE(run({"logs", "--help"}).out.contains(QStringLiteral("varnelctl logs show")));
 }
 
-TEST_F(LogsCli, FollowPrintsNewRowsUntilTerminated) {
+TEST_F(LogsCli, FollowPrintsEveryLineOnceThroughHalfLinesRotationAndCuts) {
     write(agentLog, sample);
     QProcess process;
     start(process, {"logs", "show", "--follow", "--json"});
@@ -155,25 +157,107 @@ TEST_F(LogsCli, FollowPrintsNewRowsUntilTerminated) {
         }
         return out.count(u'\n');
     };
+    const auto line = [](const char* message) {
+        return QByteArray("2024-05-01 10:00:05 INFO ") + message + '\n';
+    };
+    // The last row waits until nothing follows that could fold into it.
     ASSERT_EQ(waitFor(4), 4);
 
-    write(agentLog, "2024-05-01 10:00:04 ERROR late\n    at late.Frame(x:1)\n", QIODevice::Append);
+    // A JSON line caught half-written is one row once finished.
+    write(agentLog, line("late") + "{\"level\":\"info\",\"msg\":\"ha", QIODevice::Append);
     ASSERT_EQ(waitFor(5), 5);
-    EXPECT_EQ(field(out, "message").last(), QStringLiteral("late  \u27F6  at late.Frame(x:1)"));
-
-    // Replaced, as by rotation: read again from the start, and said so.
-    write(QStringLiteral("/fresh.log"), "2024-05-01 12:00:00 INFO fresh\n");
-    ASSERT_EQ(std::rename(qPrintable(host("/fresh.log")), qPrintable(host(agentLog))), 0);
+    write(agentLog, "lf\"}\n", QIODevice::Append);
     ASSERT_EQ(waitFor(6), 6);
-    EXPECT_EQ(field(out, "message").last(), QStringLiteral("fresh"));
+
+    // Rename and create: what the old file got until then is read first.
+    const QString rotated = agentLog + ".1";
+    write(agentLog, line("rotated away"), QIODevice::Append);
+    ASSERT_TRUE(QFile::rename(host(agentLog), host(rotated)));
+    write(rotated, line("still old"), QIODevice::Append);
+    write(agentLog, line("fresh"));
+    ASSERT_EQ(waitFor(9), 9);
+
+    // Copy and truncate: what was written before the cut comes from the copy.
+    write(agentLog, line("before cut"), QIODevice::Append);
+    ASSERT_TRUE(QFile::remove(host(rotated)) && QFile::copy(host(agentLog), host(rotated)));
+    ASSERT_TRUE(QFile::resize(host(agentLog), 0));
+    write(agentLog, line("after cut"), QIODevice::Append);
+    ASSERT_EQ(waitFor(11), 11);
 
     process.terminate();
     ASSERT_TRUE(process.waitForFinished(5'000));
     EXPECT_EQ(std::pair(process.exitStatus(), process.exitCode()),
               std::pair(QProcess::NormalExit, 0));
+    out += QString::fromUtf8(process.readAllStandardOutput());
+    EXPECT_EQ(
+        field(out, "message"),
+        QStringList({"connection accepted", "socket closed",
+                     "handshake failed  \u27F6  at tls.Handshake(conn:12)", "poll done", "late",
+                     "half", "rotated away", "still old", "fresh", "before cut", "after cut"}));
     const QString err = QString::fromUtf8(process.readAllStandardError());
-    EXPECT_TRUE(err.contains(QStringLiteral("reading it again"))) << err.toStdString();
-    EXPECT_TRUE(err.endsWith(QStringLiteral("1 of 1 lines \u00B7 ") + agentLog + "\n"));
+    EXPECT_EQ(err, "4 of 4 lines \u00B7 " + agentLog + "\nvarnelctl logs: " + agentLog +
+                       " was replaced; reading the new file from its start.\nvarnelctl logs: " +
+                       agentLog + " was cut short; the lines before the cut came from " + rotated +
+                       ". Reading it from its start.\n");
+}
+
+TEST_F(LogsCli, TextOutputShowsControlsInsteadOfObeyingThem) {
+    // OSC title, full reset, alternate screen, a bare CR, C1 CSI, DEL, and a JSON escape.
+    write(agentLog,
+          "2024-05-01 10:00:00 INFO \x1b]0;pwned\x07title\n"
+          "2024-05-01 10:00:01 INFO reset\x1b"
+          "c\n"
+          "2024-05-01 10:00:02 INFO alt\x1b[?1049h screen\n"
+          "2024-05-01 10:00:03 INFO bare\rforged\n"
+          "2024-05-01 10:00:04 INFO c1 \xc2\x9b"
+          "31m del\x7f\n"
+          "{\"level\":\"info\",\"msg\":\"json \\u001b[2J cleared\\ttab\"}\n");
+    const Result text = run({"logs", "show"});
+    const QStringList messages = [&] {
+        QStringList out;
+        for (const QString& row : text.out.split(u'\n', Qt::SkipEmptyParts)) out << row.mid(27);
+        return out;
+    }();
+    EXPECT_EQ(messages, QStringList({"\u241B]0;pwned\u2407title",
+                                     "reset\u241B"
+                                     "c",
+                                     "alt\u241B[?1049h screen", "bare\u240Dforged",
+                                     "c1 \u241B[31m del\u2421", "json \u241B[2J cleared\ttab"}));
+    // JSON stays JSON, escaped as it always was.
+    EXPECT_TRUE(run({"logs", "show", "--json"}).out.contains(QStringLiteral("json \\u001b[2J")));
+
+    // A tab or a line feed in a file name cannot forge a column or a line of the list.
+    write(QStringLiteral("/Library/Logs/Varnel/a\tb\nc.log"), line0);
+    EXPECT_EQ(run({"logs", "list"}).out.split(u'\n').filter(QStringLiteral("c.log")),
+              QStringList{
+                  QStringLiteral("a\u2409b\u240Ac.log\t/Library/Logs/Varnel/a\u2409b\u240Ac.log")});
+}
+
+TEST_F(LogsCli, OutputThatCannotBeWrittenEndsWithStatusOne) {
+    write(agentLog, sample);
+    if (!QFileInfo::exists(QStringLiteral("/dev/full"))) GTEST_SKIP() << "no /dev/full here";
+    const struct {
+        const char* shell;
+    } cases[] = {
+        // A reader that went away, with SIGPIPE ignored as some parents leave it.
+        {"trap '' PIPE; { \"$0\" logs show --follow; echo \"status $?\" >&2; } | head -1"},
+        {"\"$0\" logs parse \"$1\" >/dev/full; echo \"status $?\" >&2"},
+        {"\"$0\" logs show >/dev/full; echo \"status $?\" >&2"},
+        {"\"$0\" logs list >/dev/full; echo \"status $?\" >&2"},
+    };
+    for (const auto& c : cases) {
+        QProcess shell;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("VARNEL_ROOT"), root_.path());
+        shell.setProcessEnvironment(env);
+        shell.start(QStringLiteral("/bin/sh"), {"-c", QString::fromUtf8(c.shell),
+                                                QStringLiteral(VARNELCTL_PATH), host(agentLog)});
+        ASSERT_TRUE(shell.waitForFinished(20'000)) << c.shell;
+        const QString err = QString::fromUtf8(shell.readAllStandardError());
+        EXPECT_TRUE(err.contains(QStringLiteral("cannot write the output")) &&
+                    err.endsWith(QStringLiteral("status 1\n")))
+            << c.shell << ": " << err.toStdString();
+    }
 }
 
 }  // namespace

@@ -104,6 +104,14 @@ TEST_F(StatusCommandTest, TextReportLinesUpForPeople) {
     sim.setLatestVersion(QStringLiteral("1.8.2"));
     EXPECT_EQ(run({"status"}).out.split(u'\n')[1],
               QStringLiteral("Version       1.8.2, up to date (latest 1.8.2)"));
+
+    // A version that tries to forge a line, or to talk to the terminal, is shown.
+    // (JSON escapes: the discovery state is JSON.)
+    sim.setLatestVersion(QStringLiteral("9.9\\nStatus        Running\\u001b]0;x\\u0007"));
+    const QStringList lines = run({"status"}).out.split(u'\n');
+    EXPECT_EQ(lines.count(QStringLiteral("Status        Running")), 0);
+    EXPECT_EQ(lines[1], QStringLiteral("Version       1.8.2, update available \u2192 9.9\u240A"
+                                       "Status        Running\u241B]0;x\u2407"));
 }
 
 TEST_F(StatusCommandTest, UsageAndRootProblems) {

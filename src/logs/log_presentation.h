@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QString>
+#include <QStringView>
+
+#include "platform/system_color.h"
+
+// How rows and their counts are shown, wherever they are shown.
+namespace varnel {
+
+// "12 of 40 lines", then " · showing last 4 MB" when truncated, then " · " and
+// the path when there is one.
+QString statusLine(qsizetype shown, qsizetype total, bool truncated, const QString& currentPath);
+
+// The colour of the Level column and of the message, by the row's level.
+SystemColor levelColor(QStringView level);
+SystemColor messageColor(QStringView level);
+
+}  // namespace varnel
