@@ -6,6 +6,7 @@
 
 #include "monitor/catalogue.h"
 #include "monitor/cert_check.h"
+#include "platform/tool_session.h"
 
 namespace varnel {
 
@@ -19,9 +20,20 @@ struct SuiteProbe {
     CertStatus certificates;
     double seconds = 0;     // how long the probe took
     QDateTime finishedUtc;  // when it ended
+    // Every tool call, in the order a one-at-a-time probe would have started
+    // them, whatever ran at once; empty unless asked for.
+    QList<ToolCall> transcript;
 };
 
-// Blocks for as long as the system tools take, bounded by their time-outs.
-SuiteProbe probeSuite();
+struct ProbeOptions {
+    bool keepTranscript = false;
+};
+
+// The services and the certificates are probed at once, each part asking its
+// tools in its own order, and a question several parts share (is "varnel"
+// running?) is asked once. Blocks for about as long as the slowest part's
+// tools take, bounded by their time-outs. Runs its parts on a thread pool of
+// its own, so it may be called from any thread, a pool's included.
+SuiteProbe probeSuite(const ProbeOptions& options = {});
 
 }  // namespace varnel
