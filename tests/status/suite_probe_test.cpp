@@ -29,7 +29,9 @@ QString reading(const SuiteProbe& probe, const char* key) {
 
 class SuiteProbeTest : public ::testing::Test {
 protected:
-    void SetUp() override { sim.generate(QStringLiteral("demo")); }
+    // Once: under ThreadSanitizer a process may not fork (as the generator's
+    // QProcess does) once probes have run threads. Each test puts back what it changes.
+    static void SetUpTestSuite() { SimSuite::instance().generate(QStringLiteral("demo")); }
 
     // A named pipe would block a reader for good, a device would feed it without
     // end; an oversized file holds what was there, padded past the reader's limit.
@@ -90,9 +92,12 @@ TEST_F(SuiteProbeTest, HostileToolsReadAsFailedTools) {
          "Deployed, NOT trusted (3)"},
     };
     for (const auto& [tool, script, key, said] : cases) {
-        sim.generate(QStringLiteral("demo"));
+        QFile original(sim.hostPath(QLatin1String(tool)));
+        ASSERT_TRUE(original.open(QIODevice::ReadOnly));
+        const QByteArray kept = original.readAll();
         sim.replaceTool(QLatin1String(tool), "#!/bin/sh\n" + script);
         EXPECT_EQ(reading(probeSuite(), key), QString::fromUtf8(said)) << tool;
+        sim.replaceTool(QLatin1String(tool), kept);
     }
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
 }
