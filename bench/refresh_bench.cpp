@@ -40,6 +40,21 @@ BENCHMARK(BM_ProbeKeepingTranscript)
     ->MeasureProcessCPUTime()
     ->MinTime(3.0);
 
+// With a lane the caller keeps, as a tray that probes every 10 s could.
+static void BM_ProbeOnAKeptLane(benchmark::State& state) {
+    QThreadPool lane;
+    lane.setMaxThreadCount(16);
+    for (auto _ : state) {
+        auto probe = varnel::probeSuite({.lane = &lane});
+        benchmark::DoNotOptimize(probe);
+    }
+}
+BENCHMARK(BM_ProbeOnAKeptLane)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->MinTime(3.0);
+
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QTemporaryDir root;

@@ -20,7 +20,10 @@ SuiteProbe probeSuite(const ProbeOptions& options) {
 
     std::vector<std::function<void()>> jobs = services.jobs();
     for (auto& job : certificates.jobs()) jobs.push_back(std::move(job));
-    allAtOnce(jobs);
+    if (options.lane != nullptr)
+        allAtOnce(*options.lane, jobs);
+    else
+        allAtOnce(jobs);
 
     probe.services = services.statuses();
     probe.certificates = certificates.result();

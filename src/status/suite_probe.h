@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QList>
 #include <QString>
+#include <QThreadPool>
 
 #include "monitor/catalogue.h"
 #include "monitor/cert_check.h"
@@ -27,13 +28,19 @@ struct SuiteProbe {
 
 struct ProbeOptions {
     bool keepTranscript = false;
+    // A lane to run the parts on, kept by a caller that probes often so that
+    // its threads are not made anew each time (about a millisecond of CPU
+    // here). It needs a thread for each part (a dozen) and must not be the
+    // lane the caller itself runs on. Without one, the probe makes its own.
+    QThreadPool* lane = nullptr;
 };
 
 // The services and the certificates are probed at once, each part asking its
 // tools in its own order, and a question several parts share (is "varnel"
 // running?) is asked once. Blocks for about as long as the slowest part's
 // tools take, bounded by their time-outs. Runs its parts on a thread pool of
-// its own, so it may be called from any thread, a pool's included.
+// its own unless given one, so it may be called from any thread, a pool's
+// included.
 SuiteProbe probeSuite(const ProbeOptions& options = {});
 
 }  // namespace varnel
