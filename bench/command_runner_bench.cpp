@@ -30,4 +30,15 @@ static void BM_BarePosixSpawnTrue(benchmark::State& state) {
 }
 BENCHMARK(BM_BarePosixSpawnTrue)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// A tool that never stops printing: the run ends at the output limit, not at
+// its time-out, and holds no more than the limit.
+static void BM_RunFloodingTool(benchmark::State& state) {
+    for (auto _ : state) {
+        const varnel::CommandResult result =
+            varnel::run(QStringLiteral("/usr/bin/yes"), {QStringLiteral("flood")});
+        benchmark::DoNotOptimize(result.code);
+    }
+}
+BENCHMARK(BM_RunFloodingTool)->Unit(benchmark::kMillisecond)->UseRealTime();
+
 BENCHMARK_MAIN();

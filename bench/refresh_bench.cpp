@@ -1,5 +1,8 @@
-// What one refresh of the tray app costs on the simulated demo suite: the nine
-// probes, both version reads and the certificate check, as the refresh runs them.
+// What one probe of the tray's refresh costs on the simulated demo suite: the
+// nine services, both version reads and the certificate check. "CPU" is the
+// whole process's (the pool threads included, the tools not); "processes" is
+// the tools one probe starts. Whole-process figures, tools included:
+//   perf stat -r 30 build/src/cli/varnelctl status   (VARNEL_ROOT on a demo suite)
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
@@ -7,23 +10,50 @@
 #include <QTemporaryDir>
 #include <cstdio>
 
-#include "monitor/cert_check.h"
-#include "monitor/poller.h"
-#include "update/version.h"
+#include "status/suite_probe.h"
 
-static void BM_Refresh(benchmark::State& state) {
+static void probe(benchmark::State& state, bool keepTranscript) {
+    state.counters["processes"] =
+        double(varnel::probeSuite({.keepTranscript = true}).transcript.size());
     for (auto _ : state) {
-        auto snapshot = varnel::Poller::snapshot();
-        auto installed = varnel::readInstalledVersion();
-        auto latest = varnel::readLatestVersion();
-        auto certificates = varnel::certStatus();
-        benchmark::DoNotOptimize(snapshot);
-        benchmark::DoNotOptimize(installed);
-        benchmark::DoNotOptimize(latest);
-        benchmark::DoNotOptimize(certificates);
+        auto probe = varnel::probeSuite({.keepTranscript = keepTranscript});
+        benchmark::DoNotOptimize(probe);
     }
 }
-BENCHMARK(BM_Refresh)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(3.0);
+
+static void BM_Probe(benchmark::State& state) {
+    probe(state, false);
+}
+BENCHMARK(BM_Probe)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->MinTime(3.0);
+
+// A support bundle's probe, which keeps every tool call.
+static void BM_ProbeKeepingTranscript(benchmark::State& state) {
+    probe(state, true);
+}
+BENCHMARK(BM_ProbeKeepingTranscript)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->MinTime(3.0);
+
+// With a lane the caller keeps, as a tray that probes every 10 s could.
+static void BM_ProbeOnAKeptLane(benchmark::State& state) {
+    QThreadPool lane;
+    lane.setMaxThreadCount(16);
+    for (auto _ : state) {
+        auto probe = varnel::probeSuite({.lane = &lane});
+        benchmark::DoNotOptimize(probe);
+    }
+}
+BENCHMARK(BM_ProbeOnAKeptLane)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->MinTime(3.0);
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);

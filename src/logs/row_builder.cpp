@@ -188,9 +188,9 @@ Flat buildFlat(QString text) {
         Flat part;
         part.text = flat.text;
         Builder partBuilder(part);
-        alongside(
-            *QThreadPool::globalInstance(), [&] { addLines(builder, all, 0, middle); },
-            [&] { addLines(partBuilder, all, middle, all.size()); });
+        allAtOnce(*QThreadPool::globalInstance(),
+                  {[&] { addLines(builder, all, 0, middle); },
+                   [&] { addLines(partBuilder, all, middle, all.size()); }});
         builder.appendPart(part, partBuilder);
     } else {
         addLines(builder, all, 0, all.size());

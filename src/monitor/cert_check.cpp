@@ -4,7 +4,7 @@
 #include <QStringList>
 #include <algorithm>
 
-#include "platform/command_runner.h"
+#include "platform/background.h"
 #include "platform/file_system.h"
 #include "platform/sandbox.h"
 
@@ -14,7 +14,7 @@ namespace {
 
 const QString supportDir = QStringLiteral("/Library/Application Support/Varnel");
 // A CA certificate in PEM is a few kilobytes; a larger file is not one.
-constexpr qsizetype kMaxPem = qsizetype(1024) * 1024;
+constexpr qsizetype kMaxPem = qsizetype{1024} * 1024;
 
 // Code-point order of the composed forms, so that a name typed on another
 // system (decomposed accents) sorts where people expect it. UTF-16 order would
@@ -46,30 +46,54 @@ bool isDeployedCertificate(const QString& name) {
 }  // namespace
 
 CertStatus certStatus() {
+    ToolSession session;
+    CertCheck check(session, 0);
+    allAtOnce(check.jobs());
+    return check.result();
+}
+
+CertCheck::CertCheck(ToolSession& session, int firstPart)
+    : session_(session), firstPart_(firstPart) {
     auto names = fs::list(supportDir);
-    if (!names) return {Health::stopped, QStringLiteral("Not installed")};
+    if (!names) {
+        early_ = {Health::stopped, QStringLiteral("Not installed")};
+        return;
+    }
     sortByCodePoint(*names);
-
-    QStringList deployed;
     for (const QString& name : *names)
-        if (isDeployedCertificate(name)) deployed.append(name);
-    if (deployed.isEmpty()) return {Health::stopped, QStringLiteral("No CA certs deployed")};
+        if (isDeployedCertificate(name)) deployed_.append(name);
+    if (deployed_.isEmpty()) early_ = {Health::stopped, QStringLiteral("No CA certs deployed")};
+    trusted_.assign(size_t(deployed_.size()), 0);
+}
 
+std::vector<std::function<void()>> CertCheck::jobs() {
+    // One job: the certificates are verified one after another, in name order,
+    // never two at once; the check as a whole runs beside the service probes.
+    return {[this] {
+        for (qsizetype i = 0; i < deployed_.size(); ++i) {
+            Tools tools = session_.part(firstPart_ + int(i));
+            const QString path = sandbox::hostPath(supportDir + u'/' + deployed_[i]);
+            const CommandResult verified =
+                tools.run(QStringLiteral("/usr/bin/security"),
+                          {QStringLiteral("verify-cert"), QStringLiteral("-c"), path,
+                           QStringLiteral("-p"), QStringLiteral("ssl")},
+                          8);
+            trusted_[size_t(i)] = verified.code == 0;
+        }
+    }};
+}
+
+CertStatus CertCheck::result() const {
+    if (early_) return *early_;
     qsizetype trusted = 0;
     QStringList untrusted;
-    for (const QString& name : deployed) {
-        const QString path = sandbox::hostPath(supportDir + u'/' + name);
-        const CommandResult verified = run(QStringLiteral("/usr/bin/security"),
-                                           {QStringLiteral("verify-cert"), QStringLiteral("-c"),
-                                            path, QStringLiteral("-p"), QStringLiteral("ssl")},
-                                           8);
-        if (verified.code == 0)
+    for (qsizetype i = 0; i < deployed_.size(); ++i) {
+        if (trusted_[size_t(i)] != 0)
             ++trusted;
         else
-            untrusted.append(name);
+            untrusted.append(deployed_[i]);
     }
-
-    const qsizetype total = deployed.size();
+    const qsizetype total = deployed_.size();
     if (trusted == total)
         return {Health::running, QStringLiteral("Trusted — %1 CA cert(s)").arg(trusted)};
     if (trusted == 0)

@@ -3,7 +3,7 @@
 #include <QStringList>
 #include <limits>
 
-#include "platform/command_runner.h"
+#include "platform/background.h"
 #include "platform/file_system.h"
 #include "platform/paths.h"
 
@@ -60,10 +60,10 @@ QString ageText(qint64 age) {
     return QStringLiteral("%1d ago").arg(age / 86400);
 }
 
-ServiceStatus daemonStatus(const ServiceSpec& spec) {
-    const LaunchdState state = launchdState(spec.detector.value);
+ServiceStatus daemonStatus(const ServiceSpec& spec, Tools& tools) {
+    const LaunchdState state = launchdState(spec.detector.value, tools);
     if (!state.loaded) return {spec, Health::stopped, QStringLiteral("not loaded")};
-    const bool processUp = isProcessRunning(agentProcess);
+    const bool processUp = tools.isProcessRunning(agentProcess);
     const Health health = state.running || processUp ? Health::running : Health::attention;
     QString extra;
     if (state.pid)
@@ -89,9 +89,9 @@ ServiceStatus extensionStatus(const ServiceSpec& spec, const QString& sysext) {
     return {spec, Health::stopped, QStringLiteral("not registered")};
 }
 
-ServiceStatus updaterStatus(const ServiceSpec& spec) {
+ServiceStatus updaterStatus(const ServiceSpec& spec, Tools& tools) {
     // A loaded updater is idle by definition, even while it happens to run.
-    if (!launchdState(spec.detector.value).loaded)
+    if (!launchdState(spec.detector.value, tools).loaded)
         return {spec, Health::stopped, QStringLiteral("not scheduled")};
     const auto age =
         fileMtimeAgo(Paths::updaterLogDir + QStringLiteral("/varnel_endpoint.stdout.log"));
@@ -102,7 +102,13 @@ ServiceStatus updaterStatus(const ServiceSpec& spec) {
 }  // namespace
 
 QString sysextSnapshot() {
-    return run(QStringLiteral("/usr/bin/systemextensionsctl"), {QStringLiteral("list")}, 6).out;
+    Tools tools;
+    return sysextSnapshot(tools);
+}
+
+QString sysextSnapshot(Tools& tools) {
+    return tools.run(QStringLiteral("/usr/bin/systemextensionsctl"), {QStringLiteral("list")}, 6)
+        .out;
 }
 
 std::optional<qint64> pidFromDescription(const QString& description) {
@@ -117,12 +123,17 @@ std::optional<qint64> pidFromDescription(const QString& description) {
 }
 
 LaunchdState launchdState(const QString& label) {
+    Tools tools;
+    return launchdState(label, tools);
+}
+
+LaunchdState launchdState(const QString& label, Tools& tools) {
     const CommandResult printed =
-        run(launchctl, {QStringLiteral("print"), QStringLiteral("system/") + label}, 6);
+        tools.run(launchctl, {QStringLiteral("print"), QStringLiteral("system/") + label}, 6);
     if (printed.code == 0)
         return {true, printed.out.contains(QStringLiteral("state = running")),
                 pidFromDescription(printed.out)};
-    const bool listed = run(launchctl, {QStringLiteral("list"), label}, 4).code == 0;
+    const bool listed = tools.run(launchctl, {QStringLiteral("list"), label}, 4).code == 0;
     return {listed, listed, std::nullopt};
 }
 
@@ -138,26 +149,61 @@ std::optional<QString> fileMtimeAgo(const QString& path, const QDateTime& now) {
 }
 
 ServiceStatus status(const ServiceSpec& spec, const QString& sysext) {
+    Tools tools;
+    return status(spec, sysext, tools);
+}
+
+ServiceStatus status(const ServiceSpec& spec, const QString& sysext, Tools& tools) {
     switch (spec.detector.kind) {
         case Detector::Kind::process:
-            if (isProcessRunning(spec.detector.value)) return {spec, Health::running, QString()};
+            if (tools.isProcessRunning(spec.detector.value))
+                return {spec, Health::running, QString()};
             return {spec, Health::stopped, QStringLiteral("not running")};
         case Detector::Kind::launchDaemon:
-            return daemonStatus(spec);
+            return daemonStatus(spec, tools);
         case Detector::Kind::systemExtension:
             return extensionStatus(spec, sysext);
         case Detector::Kind::updater:
             break;
     }
-    return updaterStatus(spec);
+    return updaterStatus(spec, tools);
 }
 
 QList<ServiceStatus> snapshot() {
-    const QString sysext = sysextSnapshot();
-    QList<ServiceStatus> statuses;
-    statuses.reserve(qsizetype(SERVICES.size()));
-    for (const ServiceSpec& spec : SERVICES) statuses.append(status(spec, sysext));
-    return statuses;
+    ToolSession session;
+    SnapshotParts parts(session);
+    allAtOnce(parts.jobs());
+    return parts.statuses();
+}
+
+SnapshotParts::SnapshotParts(ToolSession& session, int firstPart)
+    : session_(session), firstPart_(firstPart), statuses_(SERVICES.size()) {}
+
+std::vector<std::function<void()>> SnapshotParts::jobs() {
+    const auto isExtension = [](const ServiceSpec& spec) {
+        return spec.detector.kind == Detector::Kind::systemExtension;
+    };
+    // The list is taken first on every snapshot, as when the services were
+    // probed one after another, whether or not the catalogue has an extension.
+    std::vector<std::function<void()>> jobs;
+    jobs.emplace_back([this, isExtension] {
+        Tools tools = session_.part(firstPart_);
+        const QString sysext = sysextSnapshot(tools);
+        for (size_t i = 0; i < SERVICES.size(); ++i)
+            if (isExtension(SERVICES[i])) statuses_[i] = status(SERVICES[i], sysext, tools);
+    });
+    for (size_t i = 0; i < SERVICES.size(); ++i) {
+        if (isExtension(SERVICES[i])) continue;
+        jobs.emplace_back([this, i] {
+            Tools tools = session_.part(firstPart_ + 1 + int(i));
+            statuses_[i] = status(SERVICES[i], QString(), tools);
+        });
+    }
+    return jobs;
+}
+
+QList<ServiceStatus> SnapshotParts::statuses() const {
+    return QList<ServiceStatus>(statuses_.begin(), statuses_.end());
 }
 
 }  // namespace varnel::Poller

@@ -5,9 +5,12 @@
 #include <QPointer>
 #include <QRunnable>
 #include <QThreadPool>
+#include <algorithm>
 #include <functional>
 #include <latch>
+#include <memory>
 #include <utility>
+#include <vector>
 
 namespace varnel {
 
@@ -56,24 +59,38 @@ private:
 
 }  // namespace detail
 
-// Runs `here` on the calling thread while the lane runs `there`, and returns
-// when both are done. When no thread of the lane has taken `there` by the time
-// `here` is done, it runs on the calling thread too: a busy lane, or a caller
-// that is itself one of the lane's threads, never waits for room.
-template <typename Here>
-void alongside(QThreadPool& lane, Here&& here, std::function<void()> there) {
-    detail::WaitedWork work(std::move(there));
-    lane.start(&work);
-    // Taken back or waited for on every way out: the lane must not outlive it.
+// Runs every job and returns when all have ended: the first on the calling
+// thread, the others on `lane` as far as it has threads to spare. A job that no
+// thread of the lane has taken by the time the caller's own is done runs on the
+// calling thread too, so a busy lane, or a caller that is itself one of the
+// lane's threads, only loses concurrency and never waits for room.
+inline void allAtOnce(QThreadPool& lane, const std::vector<std::function<void()>>& jobs) {
+    if (jobs.empty()) return;
+    std::vector<std::unique_ptr<detail::WaitedWork>> others;
+    others.reserve(jobs.size() - 1);
+    for (size_t i = 1; i < jobs.size(); ++i) {
+        others.push_back(std::make_unique<detail::WaitedWork>(jobs[i]));
+        lane.start(others.back().get());
+    }
+    // Taken back or waited for on every way out: the lane must not outlive them.
     struct Join {
         QThreadPool& lane;
-        detail::WaitedWork& work;
+        std::vector<std::unique_ptr<detail::WaitedWork>>& others;
         ~Join() {
-            if (lane.tryTake(&work)) work.run();
-            work.wait();
+            for (auto& work : others)
+                if (lane.tryTake(work.get())) work->run();
+            for (auto& work : others) work->wait();
         }
-    } join{lane, work};
-    here();
+    } join{lane, others};
+    jobs.front()();
+}
+
+// The same on a lane made for these jobs alone, a thread for each, gone when
+// they have ended: for jobs that block on tools and must not share threads.
+inline void allAtOnce(const std::vector<std::function<void()>>& jobs) {
+    QThreadPool lane;
+    lane.setMaxThreadCount(std::max(1, int(jobs.size()) - 1));
+    allAtOnce(lane, jobs);
 }
 
 }  // namespace varnel

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/command_runner_spawn.h"
 #include "platform/sandbox.h"
 #include "platform/text.h"
 
@@ -24,8 +25,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long a program that was asked to terminate (and anything that inherited
-// its pipe) may take to let go before the whole process group is killed.
+// How long a tool that was asked to terminate (and anything that inherited its
+// pipe) may take to let go before the whole process group is killed.
 constexpr auto terminateGrace = std::chrono::milliseconds(500);
 
 int millisUntil(Clock::time_point when) {
@@ -41,13 +42,7 @@ void closeQuietly(int fd) {
 // application was started with its standard streams closed): dup2 onto the same
 // number would leave its close-on-exec flag set and the child would lose it.
 bool makePipe(int fds[2]) {
-#if defined(__APPLE__)
-    if (::pipe(fds) != 0) return false;
-    ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
-    ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
-#else
-    if (::pipe2(fds, O_CLOEXEC) != 0) return false;
-#endif
+    if (!spawning::openPipe(fds)) return false;
     if (fds[1] <= STDERR_FILENO) {
         const int moved = ::fcntl(fds[1], F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
         ::close(fds[1]);
@@ -60,14 +55,11 @@ bool makePipe(int fds[2]) {
     return true;
 }
 
-pid_t spawn(const QByteArray& path, const QStringList& arguments, int writeEnd) {
-    std::vector<QByteArray> storage;
-    storage.reserve(size_t(arguments.size()) + 1);
-    storage.push_back(path);
-    for (const QString& argument : arguments) storage.push_back(argument.toUtf8());
+pid_t spawn(const QByteArray& path, const std::vector<QByteArray>& arguments, int writeEnd) {
     std::vector<char*> argv;
-    argv.reserve(storage.size() + 1);
-    for (QByteArray& item : storage) argv.push_back(item.data());
+    argv.reserve(arguments.size() + 2);
+    argv.push_back(const_cast<char*>(path.constData()));
+    for (const QByteArray& item : arguments) argv.push_back(const_cast<char*>(item.constData()));
     argv.push_back(nullptr);
 
     posix_spawn_file_actions_t actions;
@@ -87,8 +79,9 @@ pid_t spawn(const QByteArray& path, const QStringList& arguments, int writeEnd) 
     posix_spawnattr_setsigmask(&attr, &noSignals);
     posix_spawnattr_setsigdefault(&attr, &defaults);
     posix_spawnattr_setpgroup(&attr, 0);
-    posix_spawnattr_setflags(
-        &attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    const short platformFlags = spawning::prepare(&actions);
+    posix_spawnattr_setflags(&attr, short(POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
+                                          POSIX_SPAWN_SETSIGDEF | platformFlags));
 
     pid_t pid = -1;
     const int rc = ::posix_spawn(&pid, path.constData(), &actions, &attr, argv.data(), environ);
@@ -97,34 +90,57 @@ pid_t spawn(const QByteArray& path, const QStringList& arguments, int writeEnd) 
     return rc == 0 ? pid : -1;
 }
 
-// Reaps `pid` without blocking past `deadline`; true when it was reaped.
-bool reapBefore(pid_t pid, int& status, Clock::time_point deadline) {
+// Waits, until `deadline` at most, for `pid` to end, without reaping it: while
+// it is unreaped its number cannot be reused, so its process group can still be
+// killed safely. True when it has ended (or is not ours to wait for).
+bool endedBefore(pid_t pid, Clock::time_point deadline) {
     auto pause = std::chrono::microseconds(20);
     while (true) {
-        const pid_t done = ::waitpid(pid, &status, WNOHANG);
-        if (done == pid) return true;
-        if (done < 0 && errno != EINTR) return true;  // not ours to wait for any more
+        siginfo_t info{};
+        const int rc = ::waitid(P_PID, id_t(pid), &info, WEXITED | WNOHANG | WNOWAIT);
+        if (rc == 0 && info.si_pid == pid) return true;
+        if (rc < 0 && errno != EINTR) return true;
         if (Clock::now() >= deadline) return false;
         std::this_thread::sleep_for(pause);
         pause = std::min(pause * 2, std::chrono::microseconds(10'000));
     }
 }
 
-void reapBlocking(pid_t pid, int& status) {
+int reap(pid_t pid) {
+    int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) return WTERMSIG(status);
+    return -1;
+}
+
+// What a flood leaves readable: the complete lines before the limit (a cut
+// could fall inside a character).
+QByteArray completeLines(QByteArray bytes) {
+    bytes.truncate(bytes.lastIndexOf('\n') + 1);
+    return bytes;
 }
 
 }  // namespace
 
 CommandResult run(const QString& executable, const QStringList& arguments, double timeout) {
     const QByteArray path = QFile::encodeName(sandbox::hostPath(executable));
+    std::vector<QByteArray> encoded;
+    encoded.reserve(size_t(arguments.size()));
+    for (const QString& argument : arguments) {
+        // A NUL would end the argument early: the tool would get another one.
+        if (argument.contains(QChar(u'\0'))) return {};
+        encoded.push_back(argument.toUtf8());
+    }
+    if (path.contains('\0')) return {};
+
     int fds[2];
     if (!makePipe(fds)) return {};
     const auto started = Clock::now();
-    const pid_t pid = spawn(path, arguments, fds[1]);
+    const pid_t pid = spawn(path, encoded, fds[1]);
     // Our copy of the write end goes at once, so the read below ends when the
-    // program and everything that inherited the pipe have closed theirs.
+    // tool and everything that inherited the pipe have closed theirs.
     closeQuietly(fds[1]);
     if (pid < 0) {
         closeQuietly(fds[0]);
@@ -134,27 +150,26 @@ CommandResult run(const QString& executable, const QStringList& arguments, doubl
     const auto deadline = started + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(std::max(0.0, timeout)));
     const auto killAt = deadline + terminateGrace;
-    bool terminated = false;
-    bool killed = false;
+    int stoppedBy = 0;  // the signal that ended the run early, if one did
     QByteArray bytes;
     char buffer[65536];
 
     auto terminate = [&] {
-        if (!terminated) {
-            ::kill(pid, SIGTERM);
-            terminated = true;
+        if (stoppedBy == 0) {
+            ::killpg(pid, SIGTERM);
+            stoppedBy = SIGTERM;
         }
     };
 
+    bool forced = false;  // no more waiting: the group is killed at once
     while (true) {
-        if (!terminated && Clock::now() >= deadline) terminate();
-        if (terminated && Clock::now() >= killAt) {
-            ::killpg(pid, SIGKILL);
-            killed = true;
+        if (Clock::now() >= deadline) terminate();
+        if (stoppedBy != 0 && Clock::now() >= killAt) {
+            forced = true;
             break;
         }
         pollfd item{fds[0], POLLIN, 0};
-        const int ready = ::poll(&item, 1, millisUntil(terminated ? killAt : deadline));
+        const int ready = ::poll(&item, 1, millisUntil(stoppedBy != 0 ? killAt : deadline));
         if (ready < 0) {
             if (errno == EINTR) continue;
             break;
@@ -163,31 +178,29 @@ CommandResult run(const QString& executable, const QStringList& arguments, doubl
         const ssize_t got = ::read(fds[0], buffer, sizeof buffer);
         if (got > 0) {
             bytes.append(buffer, qsizetype(got));
+            if (bytes.size() > maxToolOutput) {
+                stoppedBy = SIGKILL;
+                forced = true;
+                bytes = completeLines(bytes.left(maxToolOutput));
+                break;
+            }
         } else if (got == 0 || (errno != EINTR && errno != EAGAIN)) {
             break;  // end of file: every writer has gone
         }
     }
     closeQuietly(fds[0]);
 
-    int status = 0;
-    if (killed) {
-        reapBlocking(pid, status);
-    } else if (!reapBefore(pid, status, terminated ? killAt : deadline)) {
-        // The program closed its output but lives on past the deadline.
+    if (!forced && !endedBefore(pid, stoppedBy != 0 ? killAt : deadline) && stoppedBy == 0) {
+        // The tool closed its output but lives on past the deadline.
         terminate();
-        if (!reapBefore(pid, status, Clock::now() + terminateGrace)) {
-            ::killpg(pid, SIGKILL);
-            reapBlocking(pid, status);
-        }
+        endedBefore(pid, Clock::now() + terminateGrace);
     }
-
-    int code = -1;
-    if (WIFEXITED(status))
-        code = WEXITSTATUS(status);
-    else if (WIFSIGNALED(status))
-        code = WTERMSIG(status);
-    // A program that exits cleanly when told to terminate still ran out of time.
-    if (terminated && code == 0) code = SIGTERM;
+    // Whatever a stopped tool started goes with it, whether it still holds the
+    // pipe or has let go of it and would linger.
+    if (stoppedBy != 0) ::killpg(pid, SIGKILL);
+    int code = reap(pid);
+    // A tool that exits cleanly when told to stop still did not finish.
+    if (stoppedBy != 0 && code == 0) code = stoppedBy;
     return {code, text::decodeUtf8Strict(bytes, text::Bom::keep).value_or(QString())};
 }
 

@@ -14,12 +14,14 @@ constexpr double toolTimeout = 5.0;
 
 }  // namespace
 
-bool revealInFileBrowser(const QString& path) {
+bool revealWithOpen(const QString& path) {
+    return run(QStringLiteral("/usr/bin/open"), {QStringLiteral("-R"), sandbox::hostPath(path)},
+               toolTimeout)
+               .code == 0;
+}
+
+bool revealWithFileManager(const QString& path) {
     const QString host = sandbox::hostPath(path);
-#ifdef Q_OS_MACOS
-    return run(QStringLiteral("/usr/bin/open"), {QStringLiteral("-R"), host}, toolTimeout).code ==
-           0;
-#else
     // dbus-send splits array items at commas, so a comma in the path must
     // travel percent-encoded; file managers decode it back.
     QString uri = QString::fromUtf8(QUrl::fromLocalFile(host).toEncoded());
@@ -35,7 +37,6 @@ bool revealInFileBrowser(const QString& path) {
     if (shown.code == 0) return true;
     return run(QStringLiteral("/usr/bin/xdg-open"), {QFileInfo(host).absolutePath()}, toolTimeout)
                .code == 0;
-#endif
 }
 
 }  // namespace varnel

@@ -11,4 +11,9 @@ namespace varnel {
 // when nothing could show it.
 bool revealInFileBrowser(const QString& path);
 
+// The two routes, built everywhere so that each can be tried anywhere; only
+// the choice between them depends on the platform.
+bool revealWithOpen(const QString& path);
+bool revealWithFileManager(const QString& path);
+
 }  // namespace varnel

@@ -8,6 +8,7 @@
 #include <QFile>
 #include <cerrno>
 
+#include "platform/file_system_stat.h"
 #include "platform/sandbox.h"
 
 namespace varnel::fs {
@@ -52,27 +53,14 @@ std::optional<QStringList> list(const QString& dir) {
 
 namespace {
 
-qint64 nanoseconds(const timespec& t) {
-    return qint64(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
-}
-
 FileStamp stampFrom(const struct stat& info) {
     if (!S_ISREG(info.st_mode)) return {};
-#if defined(__APPLE__)
     return {true,
             quint64(info.st_dev),
             quint64(info.st_ino),
             quint64(info.st_size),
-            nanoseconds(info.st_mtimespec),
-            nanoseconds(info.st_ctimespec)};
-#else
-    return {true,
-            quint64(info.st_dev),
-            quint64(info.st_ino),
-            quint64(info.st_size),
-            nanoseconds(info.st_mtim),
-            nanoseconds(info.st_ctim)};
-#endif
+            modifiedNs(info),
+            changedNs(info)};
 }
 
 }  // namespace
@@ -130,13 +118,7 @@ std::optional<QByteArray> ReadOnlyFile::readExactly(quint64 offset, qsizetype si
 std::optional<QDateTime> modified(const QString& path) {
     struct stat info {};
     if (::stat(nativePath(path).constData(), &info) != 0) return std::nullopt;
-#if defined(__APPLE__)
-    const auto& stamp = info.st_mtimespec;
-#else
-    const auto& stamp = info.st_mtim;
-#endif
-    const qint64 ms = qint64(stamp.tv_sec) * 1000 + stamp.tv_nsec / 1'000'000;
-    return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC);
+    return QDateTime::fromMSecsSinceEpoch(modifiedNs(info) / 1'000'000, Qt::UTC);
 }
 
 }  // namespace varnel::fs

@@ -1,7 +1,12 @@
 #include "platform/sandbox.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <cerrno>
 
 namespace varnel::sandbox {
 
@@ -25,11 +30,27 @@ const QString& root() {
 std::optional<QString> rootProblem() {
     const QString raw = qEnvironmentVariable("VARNEL_ROOT");
     if (raw.isEmpty()) return std::nullopt;
-    const QFileInfo info(raw);
-    if (!info.exists())
-        return QStringLiteral("VARNEL_ROOT names \"%1\", which does not exist.").arg(raw);
-    if (!info.isDir())
-        return QStringLiteral("VARNEL_ROOT names \"%1\", which is not a directory.").arg(raw);
+    const auto problem = [&raw](const char* what) {
+        return QStringLiteral("VARNEL_ROOT names \"%1\", which %2.").arg(raw, QLatin1String(what));
+    };
+    struct stat info {};
+    if (::stat(QFile::encodeName(raw).constData(), &info) != 0) {
+        switch (errno) {
+            case ENOENT:
+            case ENOTDIR:
+                return problem("does not exist");
+            case ELOOP:
+                return problem("is a loop of symbolic links");
+            case EACCES:
+                return problem("cannot be reached (permission denied)");
+            default:
+                return problem("cannot be looked at");
+        }
+    }
+    if (!S_ISDIR(info.st_mode)) return problem("is not a directory");
+    // Unreadable, every probe would find nothing and report a stopped suite.
+    if (::access(QFile::encodeName(raw).constData(), R_OK | X_OK) != 0)
+        return problem("cannot be read (permission denied)");
     return std::nullopt;
 }
 

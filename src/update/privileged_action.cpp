@@ -2,6 +2,8 @@
 
 #include <syslog.h>
 
+#include <algorithm>
+
 #include "platform/paths.h"
 #include "update/version.h"
 
@@ -47,6 +49,32 @@ QString escapeLiteral(const QString& text) {
     return out;
 }
 
+// What the dialog's sentence may hold of a text read from the suite's files: no
+// control or invisible formatting characters (a NUL cannot even be handed to
+// osascript, a line break or a direction mark would garble the sentence), and no
+// more than `room` characters, the last of them an ellipsis when it was longer.
+// Without the cap a version file could outgrow the command line osascript is
+// started with.
+QString shown(const QString& text, qsizetype room) {
+    QString out;
+    out.reserve(std::min(text.size(), room));
+    for (const QChar c : text) {
+        switch (c.category()) {
+            case QChar::Other_Control:
+            case QChar::Other_Format:
+            case QChar::Separator_Line:
+            case QChar::Separator_Paragraph:
+                continue;
+            default:
+                out += c;
+        }
+    }
+    if (out.size() <= room) return out;
+    qsizetype keep = room - 1;
+    if (keep > 0 && out[keep - 1].isHighSurrogate()) --keep;
+    return out.first(keep) + QChar(0x2026);
+}
+
 }  // namespace
 
 QString administratorScript(const PrivilegedRequest& request) {
@@ -73,18 +101,26 @@ QString serviceName(const QString& launchdLabel) {
 }
 
 PrivilegedRequest restartRequest(const QString& launchdLabel) {
+    const QString before = QStringLiteral("Varnel needs administrator access to restart the ");
+    const QString after = QStringLiteral(" service.");
     return {QStringLiteral("launchctl kickstart -k system/") + launchdLabel,
-            QStringLiteral("Varnel needs administrator access to restart the ") +
-                serviceName(launchdLabel) + QStringLiteral(" service.")};
+            before +
+                shown(serviceName(launchdLabel), maxPromptLength - before.size() - after.size()) +
+                after};
 }
 
 PrivilegedRequest updateRequest(const QString& installedVersion, const QString& latestVersion) {
+    const QString before =
+        QStringLiteral("Varnel needs administrator access to install the update (");
+    const QString arrow = QStringLiteral(" → ");
+    const QString after = QStringLiteral(").");
+    // Each version gets half of what the sentence leaves.
+    const qsizetype room = (maxPromptLength - before.size() - arrow.size() - after.size()) / 2;
     const QString what = versionIsNewer(latestVersion, installedVersion)
-                             ? installedVersion + QStringLiteral(" → ") + latestVersion
+                             ? shown(installedVersion, room) + arrow + shown(latestVersion, room)
                              : QStringLiteral("latest");
     return {QStringLiteral("launchctl kickstart -k system/") + Paths::updaterLabel,
-            QStringLiteral("Varnel needs administrator access to install the update (") + what +
-                QStringLiteral(").")};
+            before + what + after};
 }
 
 QString restartReport(ActionOutcome outcome, const QString& launchdLabel) {

@@ -28,6 +28,11 @@ ActionOutcome runWithAdministratorRights(const PrivilegedRequest& request);
 // "Agent" for the core agent's label; any other label names itself.
 QString serviceName(const QString& launchdLabel);
 
+// The dialog's sentence is at most this long: the texts read from files that go
+// into it (the version texts) lose their control characters and are shortened
+// to fit, ending in an ellipsis.
+inline constexpr qsizetype maxPromptLength = 300;
+
 PrivilegedRequest restartRequest(const QString& launchdLabel);
 PrivilegedRequest updateRequest(const QString& installedVersion, const QString& latestVersion);
 

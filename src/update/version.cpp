@@ -18,8 +18,8 @@ namespace {
 
 // A version file holds a few bytes and the discovery state a few hundred; far
 // larger files are not what the suite writes and are read as missing.
-constexpr qsizetype kMaxVersionFile = qsizetype(64) * 1024;
-constexpr qsizetype kMaxStateFile = qsizetype(1024) * 1024;
+constexpr qsizetype kMaxVersionFile = qsizetype{64} * 1024;
+constexpr qsizetype kMaxStateFile = qsizetype{1024} * 1024;
 
 // Han ideographs whose Unicode Numeric_Type is Numeric although their general
 // category is a letter. They count as numerals (and so make a piece unreadable),

@@ -50,9 +50,9 @@ TEST_F(CertCheckTest, FoldsTheVerdictsIntoOneLine) {
     sim.setTrusted(intermediate, true);
     sim.setTrusted(proxy, true);
     expectStatus(Health::running, QStringLiteral("Trusted — 3 CA cert(s)"));
-    // The tool gets the file where it really lives, in name order.
-    EXPECT_EQ(sim.calls(QStringLiteral("security")).last(),
-              sim.hostPath(support + QStringLiteral("varnel-root-ca.pem")));
+    // The tool gets the file where it really lives.
+    EXPECT_TRUE(sim.calls(QStringLiteral("security"))
+                    .contains(sim.hostPath(support + QStringLiteral("varnel-root-ca.pem"))));
     sim.removeTool(QStringLiteral("/usr/bin/security"));
     expectStatus(Health::attention, QStringLiteral("Deployed, NOT trusted (3)"));
 }
