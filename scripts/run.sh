@@ -2,6 +2,9 @@
 # Builds the tray application and starts it on a live simulated suite (sim/):
 # services in mixed states, certificates, an update waiting, logs that keep
 # growing, and the log window open. Ctrl-C stops it and everything it started.
+# `healthy` shows every service running and the suite up to date. `empty` shows
+# a machine the suite was uninstalled from: the app finds its own executable
+# gone and, at its second refresh ten seconds in, removes its login job and quits.
 # Usage: scripts/run.sh [demo|healthy|empty]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -9,8 +12,9 @@ scripts/deps.sh demo >&2
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DVARNEL_WERROR=ON >/dev/null
 cmake --build build --target VarnelStatus varnelctl >&2
 
+scenario=${1:-demo}
 suite=build/sim-suite
-sim/make-suite.sh "$suite" "${1:-demo}"
+sim/make-suite.sh "$suite" "$scenario"
 suite=$(cd "$suite" && pwd)
 status() { VARNEL_ROOT=$suite build/src/cli/varnelctl status || true; }
 
@@ -29,8 +33,13 @@ if [ -z "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
     exit 0
 fi
 
-sim/log-writer.sh "$suite" &
-children+=($!)
+if [ "$scenario" = empty ]; then
+    echo "Scenario 'empty': the suite is not installed, so Varnel Status removes its own login job" \
+        "and quits at its second refresh, about ten seconds from now." >&2
+else
+    sim/log-writer.sh "$suite" &
+    children+=($!)
+fi
 errors=$suite/.sim/app.stderr
 VARNEL_ROOT=$suite build/src/tray/VarnelStatus --open-logs 2> >(tee "$errors" >&2) &
 app=$!
@@ -42,4 +51,8 @@ if grep -q "no system tray" "$errors"; then
     exit 0
 fi
 echo "Varnel Status is running on the simulated suite in $suite. Ctrl-C stops it." >&2
-wait "$app"
+wait "$app" || true
+if grep -q bootout "$suite/.sim/calls/launchctl"; then
+    echo "Varnel Status found itself uninstalled, asked launchd to remove its login job" \
+        "($(grep bootout "$suite/.sim/calls/launchctl" | head -n 1)) and quit." >&2
+fi

@@ -13,7 +13,10 @@ scripts/deps.sh test
 export ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:abort_on_error=1
 export LSAN_OPTIONS=suppressions=$PWD/scripts/sanitizers/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
-export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/scripts/sanitizers/tsan.supp
+# QProcess starts children the vfork way (sharing memory until exec), so
+# ThreadSanitizer takes the child's fork bookkeeping for the parent's and stops
+# the first thread the test program starts after it: die_after_fork=0.
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:die_after_fork=0:suppressions=$PWD/scripts/sanitizers/tsan.supp
 
 run() {
     local name=$1 flags=$2

@@ -12,6 +12,11 @@ bool isCore(const ServiceStatus& status) {
            key == QStringLiteral("sysext");
 }
 
+qsizetype running(const QList<ServiceStatus>& statuses) {
+    return std::count_if(statuses.begin(), statuses.end(),
+                         [](const ServiceStatus& s) { return s.health == Health::running; });
+}
+
 }  // namespace
 
 Health overallHealth(const QList<ServiceStatus>& statuses) {
@@ -27,12 +32,17 @@ Health overallHealth(const QList<ServiceStatus>& statuses) {
 }
 
 QString tooltipText(const QList<ServiceStatus>& statuses) {
-    const auto up = std::count_if(statuses.begin(), statuses.end(), [](const ServiceStatus& s) {
-        return s.health == Health::running;
-    });
     return QStringLiteral("Varnel — %1 (%2/%3 up)")
         .arg(label(overallHealth(statuses)))
-        .arg(up)
+        .arg(running(statuses))
+        .arg(statuses.size());
+}
+
+QString accessibleStatus(const QList<ServiceStatus>& statuses) {
+    if (statuses.isEmpty()) return QStringLiteral("Varnel, checking services");
+    return QStringLiteral("Varnel, %1, %2 of %3 services running")
+        .arg(label(overallHealth(statuses)))
+        .arg(running(statuses))
         .arg(statuses.size());
 }
 

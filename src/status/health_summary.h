@@ -16,4 +16,9 @@ Health overallHealth(const QList<ServiceStatus>& statuses);
 // "Varnel — Running (7/9 up)": the overall health and how many services run.
 QString tooltipText(const QList<ServiceStatus>& statuses);
 
+// The same for a screen reader, in words rather than figures and signs:
+// "Varnel, Running, 7 of 9 services running"; for an empty list (nothing probed
+// yet) "Varnel, checking services".
+QString accessibleStatus(const QList<ServiceStatus>& statuses);
+
 }  // namespace varnel

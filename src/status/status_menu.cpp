@@ -12,8 +12,8 @@ namespace {
 const QString agentLabel = QStringLiteral("com.varnel.agent");
 const QString keychainApp = QStringLiteral("/System/Applications/Utilities/Keychain Access.app");
 
-MenuEntry info(QString title, std::optional<SystemColor> dot = std::nullopt) {
-    return MenuEntry{.title = std::move(title), .dot = dot};
+MenuEntry info(QString title, std::optional<SystemColor> dot = std::nullopt, QString id = {}) {
+    return MenuEntry{.title = std::move(title), .id = std::move(id), .dot = dot};
 }
 
 MenuEntry command(QString title, MenuAction action, QString key = {},
@@ -25,13 +25,18 @@ MenuEntry command(QString title, MenuAction action, QString key = {},
                      .representedObject = std::move(represented)};
 }
 
-MenuEntry parent(QString title, std::optional<SystemColor> dot, std::vector<MenuEntry> items) {
-    return MenuEntry{
-        .title = std::move(title), .dot = dot, .enabled = true, .submenu = std::move(items)};
+MenuEntry parent(QString title, std::optional<SystemColor> dot, std::vector<MenuEntry> items,
+                 QString id = {}) {
+    return MenuEntry{.title = std::move(title),
+                     .id = std::move(id),
+                     .dot = dot,
+                     .enabled = true,
+                     .submenu = std::move(items)};
 }
 
 std::vector<MenuEntry> certificateMenu(const MenuInputs& in) {
-    return {info(in.certDetail, color(in.certHealth)), MenuEntry::separatorLine(),
+    return {info(in.certDetail, color(in.certHealth), QStringLiteral("certDetail")),
+            MenuEntry::separatorLine(),
             command(QStringLiteral("Open Keychain Access"), MenuAction::openPath, {}, keychainApp)};
 }
 
@@ -40,7 +45,8 @@ std::vector<MenuEntry> serviceMenu(const ServiceStatus& status) {
     QString state = label(status.health);
     if (!status.extra.isEmpty()) state += QStringLiteral(" — ") + status.extra;
 
-    std::vector<MenuEntry> items{info(spec.detail), info(state, color(status.health))};
+    std::vector<MenuEntry> items{info(spec.detail),
+                                 info(state, color(status.health), QStringLiteral("state"))};
     if (!spec.logs.isEmpty()) {
         items.push_back(MenuEntry::separatorLine());
         for (const LogFile& log : spec.logs)
@@ -64,13 +70,12 @@ std::vector<MenuEntry> logsMenu(const MenuInputs& in) {
         MenuEntry::separatorLine()};
     const QList<LogFile>& logs = fixedMenuLogs();
     for (qsizetype i = 0; i < logs.size(); ++i) {
-        if (in.fixedLogExists[size_t(i)]) {
-            items.push_back(command(logs[i].title, MenuAction::openLog, {}, logs[i].path));
-        } else {
-            MenuEntry missing = info(logs[i].title + QStringLiteral("  (none yet)"));
-            missing.representedObject = logs[i].path;
-            items.push_back(missing);
-        }
+        MenuEntry entry = in.fixedLogExists[size_t(i)]
+                              ? command(logs[i].title, MenuAction::openLog, {}, logs[i].path)
+                              : info(logs[i].title + QStringLiteral("  (none yet)"));
+        entry.id = logs[i].path;
+        entry.representedObject = logs[i].path;
+        items.push_back(std::move(entry));
     }
     items.push_back(MenuEntry::separatorLine());
     items.push_back(command(QStringLiteral("Open Logs Folder"), MenuAction::openPath, {},
@@ -104,19 +109,25 @@ std::vector<MenuEntry> buildStatusMenu(const MenuInputs& in) {
     const Health overall = overallHealth(in.services);
     const bool updateOffered = versionIsNewer(in.latestVersion, in.installedVersion);
 
+    QString status = QStringLiteral("Status: ") + label(overall);
+    if (in.lastChecked && !in.services.isEmpty())
+        status += QStringLiteral(" (as of %1)").arg(in.lastChecked->toString(u"HH:mm:ss"));
+
     std::vector<MenuEntry> menu{
         info(QStringLiteral("Varnel Endpoint")),
-        info(QStringLiteral("Status: ") + label(overall), color(overall)),
+        info(status, color(overall), QStringLiteral("status")),
     };
     if (!in.installedVersion.isEmpty())
-        menu.push_back(info(QStringLiteral("Installed version ") + in.installedVersion));
+        menu.push_back(info(QStringLiteral("Installed version ") + in.installedVersion,
+                            std::nullopt, QStringLiteral("installed")));
     if (updateOffered) {
-        menu.push_back(
-            info(QStringLiteral("Update available → ") + in.latestVersion, SystemColor::blue));
+        menu.push_back(info(QStringLiteral("Update available → ") + in.latestVersion,
+                            SystemColor::blue, QStringLiteral("updateAvailable")));
         menu.push_back(
             command(QStringLiteral("Update Now"), MenuAction::updateNow, QStringLiteral("u")));
     } else if (!in.latestVersion.isEmpty()) {
-        menu.push_back(info(QStringLiteral("Up to date (latest ") + in.latestVersion + u')'));
+        menu.push_back(info(QStringLiteral("Up to date (latest ") + in.latestVersion + u')',
+                            std::nullopt, QStringLiteral("upToDate")));
     }
     menu.push_back(command(QStringLiteral("Check for Updates…"), MenuAction::checkForUpdates));
     menu.push_back(
@@ -126,8 +137,12 @@ std::vector<MenuEntry> buildStatusMenu(const MenuInputs& in) {
     if (in.services.isEmpty()) {
         menu.push_back(info(QStringLiteral("Checking services…")));
     } else {
-        for (const ServiceStatus& status : in.services)
-            menu.push_back(parent(status.spec.title, color(status.health), serviceMenu(status)));
+        // The state in words as well: a dot's colour alone says nothing to a
+        // screen reader or to someone who cannot tell the colours apart.
+        for (const ServiceStatus& service : in.services)
+            menu.push_back(
+                parent(service.spec.title + QStringLiteral(" — ") + label(service.health),
+                       color(service.health), serviceMenu(service), service.spec.key));
     }
     menu.push_back(MenuEntry::separatorLine());
     menu.push_back(parent(QStringLiteral("View Logs"), std::nullopt, logsMenu(in)));

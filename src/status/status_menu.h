@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QTime>
 #include <array>
 #include <optional>
 #include <vector>
@@ -29,6 +30,9 @@ enum class MenuAction {
 struct MenuEntry {
     bool separator = false;
     QString title{};
+    // Names an entry whose title changes with the state it shows, so that a
+    // menu that is open can be brought up to date item by item.
+    QString id{};
     std::optional<SystemColor> dot{};
     bool enabled = false;
     MenuAction action = MenuAction::none;
@@ -53,6 +57,9 @@ struct MenuInputs {
     Health certHealth = Health::unknown;
     QString certDetail;
     std::array<bool, 5> fixedLogExists{};
+    // When the services shown are the results of an earlier probe (a fresh one
+    // is still running), the time of those results.
+    std::optional<QTime> lastChecked{};
 };
 
 // The whole status menu, top to bottom.

@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
-#include <QCursor>
-#include <QPointer>
+#include <chrono>
+#include <utility>
 
 #include "logs/log_registry.h"
 #include "monitor/poller.h"
@@ -24,6 +24,8 @@ namespace varnel {
 namespace {
 
 constexpr int refreshPeriodMs = 10'000;
+// How long opening the menu waits for its probe before it shows the last results.
+constexpr auto menuProbeDeadline = std::chrono::milliseconds(350);
 const QString ownJob = QStringLiteral("com.varnel.tray");
 
 }  // namespace
@@ -31,26 +33,28 @@ const QString ownJob = QStringLiteral("com.varnel.tray");
 AppDelegate::AppDelegate(QStringList arguments, QString applicationDir, QObject* parent)
     : QObject(parent),
       arguments_(std::move(arguments)),
-      applicationDir_(std::move(applicationDir)) {}
+      applicationDir_(std::move(applicationDir)) {
+    // One refresh and one menu probe at a time; actions wait for the user's
+    // approval, so two of them must not wait for each other.
+    refreshLane_.setMaxThreadCount(1);
+    menuProbeLane_.setMaxThreadCount(1);
+    actionLane_.setMaxThreadCount(4);
+}
 
 AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching() {
-    statusItem_ = new QSystemTrayIcon(this);
+    // Qt hides icons in menus on macOS by default; the dots are the menu's colour key.
+    QCoreApplication::setAttribute(Qt::AA_DontShowIconsInMenus, false);
+
+    statusItem_ = std::make_unique<StatusItem>();
     if (const std::optional<QIcon> icon = menuBarIcon(applicationDir_)) statusItem_->setIcon(*icon);
     statusItem_->setToolTip(QStringLiteral("Varnel"));
-
+    statusItem_->setAccessibleName(accessibleStatus({}));
     connect(&menu_, &QMenu::aboutToShow, this, &AppDelegate::menuNeedsUpdate);
-    statusItem_->setContextMenu(&menu_);
-#if !defined(Q_OS_MACOS)
-    // macOS opens a status item's menu on any click; elsewhere only the context
-    // click does, so the primary click is routed to the same menu.
-    connect(statusItem_, &QSystemTrayIcon::activated, this,
-            [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger) menu_.popup(QCursor::pos());
-            });
-#endif
-    statusItem_->show();
+    connect(&menu_, &QMenu::aboutToHide, this, &AppDelegate::menuDidClose);
+    statusItem_->setMenu(&menu_);
+    statusItem_->setVisible(true);
 
     installedVersion_ = readInstalledVersion();
     rebuildMenu({});
@@ -59,8 +63,14 @@ void AppDelegate::applicationDidFinishLaunching() {
 
     timer_ = new QTimer(this);
     timer_->setInterval(refreshPeriodMs);
-    connect(timer_, &QTimer::timeout, this, &AppDelegate::refresh);
+    connect(timer_, &QTimer::timeout, this, &AppDelegate::tick);
     timer_->start();
+}
+
+void AppDelegate::tick() {
+    // As a menu-bar timer does: no tick while the menu is open, which probes for
+    // itself when it opens.
+    if (!menuOpen_) refresh();
 }
 
 bool AppDelegate::selfTeardownIfUninstalled() {
@@ -77,37 +87,112 @@ bool AppDelegate::selfTeardownIfUninstalled() {
 
 void AppDelegate::refresh() {
     if (selfTeardownIfUninstalled()) return;
+    // Refreshes never queue up behind tools that hang: one runs, one may follow.
+    if (refreshing_) {
+        refreshAgain_ = true;
+        return;
+    }
+    startRefresh();
+}
+
+void AppDelegate::startRefresh() {
+    refreshing_ = true;
     inBackground(
-        *QThreadPool::globalInstance(), this, [] { return probeSuite(); },
-        [this](const SuiteProbe& probe) { store(probe); });
+        refreshLane_, this, [] { return probeSuite(); },
+        [this](const SuiteProbe& probe) {
+            refreshing_ = false;
+            if (std::exchange(refreshAgain_, false)) startRefresh();
+            store(probe);
+        });
 }
 
 void AppDelegate::store(const SuiteProbe& probe) {
-    latest_ = probe.services;
     if (!probe.installedVersion.isEmpty()) installedVersion_ = probe.installedVersion;
     latestVersion_ = probe.latestVersion;
     certHealth_ = probe.certificates.health;
     certDetail_ = probe.certificates.detail;
-    updateTooltip();
-    rebuildMenu(probe.services);
+    storeServices(probe.services, probe.finishedUtc);
+    if (menuOpen_)
+        menuBehind_ = true;
+    else
+        rebuildMenu(latest_);
     emit refreshed();
 }
 
+void AppDelegate::storeServices(const QList<ServiceStatus>& services, const QDateTime& probedUtc) {
+    latest_ = services;
+    latestProbedUtc_ = probedUtc;
+    updateTooltip();
+}
+
 void AppDelegate::updateTooltip() {
-    if (statusItem_ != nullptr) statusItem_->setToolTip(tooltipText(latest_));
+    if (statusItem_ == nullptr) return;
+    statusItem_->setToolTip(tooltipText(latest_));
+    statusItem_->setAccessibleName(accessibleStatus(latest_));
 }
 
 void AppDelegate::menuNeedsUpdate() {
-    const QList<ServiceStatus> snapshot = Poller::snapshot();
-    latest_ = snapshot;
-    updateTooltip();
-    rebuildMenu(snapshot);
+    menuOpen_ = true;
+    menuBehind_ = false;
+    // A probe still running from an earlier opening is waited for, not doubled.
+    if (!menuProbe_) startMenuProbe();
+    if (menuProbe_->services.wait_for(menuProbeDeadline) == std::future_status::ready) {
+        const QList<ServiceStatus> services = menuProbe_->services.get();
+        menuProbe_.reset();
+        storeServices(services, QDateTime::currentDateTimeUtc());
+    }
+    rebuildMenu(latest_);
+}
+
+void AppDelegate::startMenuProbe() {
+    // The opening waits on the future; a later delivery updates the open menu.
+    auto promise = std::make_shared<std::promise<QList<ServiceStatus>>>();
+    const quint64 id = ++menuProbes_;
+    menuProbe_ = MenuProbe{id, promise->get_future().share()};
+    inBackground(
+        menuProbeLane_, this,
+        [promise] {
+            QList<ServiceStatus> services = Poller::snapshot();
+            promise->set_value(services);
+            return services;
+        },
+        [this, id](const QList<ServiceStatus>& services) { menuProbeFinished(id, services); });
+}
+
+void AppDelegate::menuProbeFinished(quint64 id, const QList<ServiceStatus>& services) {
+    if (!menuProbe_ || menuProbe_->id != id) return;  // the opening took it in time
+    menuProbe_.reset();
+    storeServices(services, QDateTime::currentDateTimeUtc());
+    if (menuOpen_) {
+        updateMenuInPlace(&menu_, buildStatusMenu(menuInputs(latest_)),
+                          [this](MenuAction action, const std::optional<QString>& represented) {
+                              dispatch(action, represented);
+                          });
+    } else {
+        rebuildMenu(latest_);
+    }
+}
+
+void AppDelegate::menuDidClose() {
+    menuOpen_ = false;
+    if (!std::exchange(menuBehind_, false)) return;
+    // Not at once: the chosen item is triggered after the menu has closed, and
+    // a rebuild replaces every item.
+    QTimer::singleShot(0, this, [this] {
+        if (!menuOpen_) rebuildMenu(latest_);
+    });
+}
+
+MenuInputs AppDelegate::menuInputs(const QList<ServiceStatus>& services) const {
+    MenuInputs inputs{services,    installedVersion_, latestVersion_,
+                      certHealth_, certDetail_,       probeFixedLogs()};
+    if (menuProbe_ && latestProbedUtc_.isValid())
+        inputs.lastChecked = latestProbedUtc_.toLocalTime().time();
+    return inputs;
 }
 
 void AppDelegate::rebuildMenu(const QList<ServiceStatus>& services) {
-    const MenuInputs inputs{services,    installedVersion_, latestVersion_,
-                            certHealth_, certDetail_,       probeFixedLogs()};
-    renderMenu(&menu_, buildStatusMenu(inputs),
+    renderMenu(&menu_, buildStatusMenu(menuInputs(services)),
                [this](MenuAction action, const std::optional<QString>& represented) {
                    dispatch(action, represented);
                });
@@ -165,7 +250,7 @@ void AppDelegate::restartService(const std::optional<QString>& represented) {
     if (!represented) return;
     const QString& label = *represented;
     inBackground(
-        *QThreadPool::globalInstance(), this,
+        actionLane_, this,
         [request = restartRequest(label)] { return runWithAdministratorRights(request); },
         [this, label](ActionOutcome outcome) {
             const QString report = restartReport(outcome, label);
@@ -176,7 +261,7 @@ void AppDelegate::restartService(const std::optional<QString>& represented) {
 
 void AppDelegate::updateNow() {
     inBackground(
-        *QThreadPool::globalInstance(), this,
+        actionLane_, this,
         [request = updateRequest(installedVersion_, latestVersion_)] {
             return runWithAdministratorRights(request);
         },

@@ -26,6 +26,7 @@
 #include "logs/row_height.h"
 #include "platform/background.h"
 #include "platform/file_reveal.h"
+#include "ui/bring_to_front.h"
 #include "ui/system_palette.h"
 #include "viewer/log_cell_delegate.h"
 #include "viewer/log_table_model.h"
@@ -255,8 +256,7 @@ void LogViewer::show(const std::optional<QString>& path) {
     loadSelected(false);
 
     window_->show();
-    window_->raise();
-    window_->activateWindow();
+    bringToFront(window_->windowHandle());
     searchField_->setFocus(Qt::ActiveWindowFocusReason);
     // The first show gives the message column its real width; wrapped rows
     // depend on it, and the view must still end on the last row.

@@ -39,6 +39,9 @@ TEST(HealthSummary, CoreServicesDecideTheOverallHealth) {
         EXPECT_EQ(overallHealth(c.list), c.overall) << c.tooltip;
         EXPECT_EQ(tooltipText(c.list), QString::fromUtf8(c.tooltip));
     }
+    // Read aloud: words, not the tooltip's dash and fraction.
+    EXPECT_EQ(accessibleStatus(cases[0].list), "Varnel, checking services");
+    EXPECT_EQ(accessibleStatus(cases[3].list), "Varnel, Needs attention, 6 of 9 services running");
 
     // Without any core entry the list counts as running, whatever the others say.
     QList<ServiceStatus> others = statuses({R, R, R, S, S, I, A});

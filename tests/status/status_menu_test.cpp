@@ -44,7 +44,9 @@ MenuInputs inputs(QString installed, QString latest) {
 }  // namespace
 
 TEST(StatusMenu, RightAfterStartUpShowsCheckingAndTheInstalledVersion) {
-    const std::vector<MenuEntry> menu = buildStatusMenu(inputs("1.4.2", ""));
+    MenuInputs in = inputs("1.4.2", "");
+    in.lastChecked = QTime(14, 2, 9);  // no earlier results: nothing to mark
+    const std::vector<MenuEntry> menu = buildStatusMenu(in);
     EXPECT_EQ(titles(menu),
               (QStringList{"Varnel Endpoint", "Status: Unknown", "Installed version 1.4.2",
                            "Check for Updates…", "Certificate", "---", "Checking services…", "---",
@@ -87,11 +89,12 @@ TEST(StatusMenu, VersionLinesFollowTheComparison) {
 TEST(StatusMenu, ServicesCarryTheirStateLogsAndRestart) {
     MenuInputs in = inputs("1.4.2", "1.4.2");
     in.services = statuses(Health::running, Health::stopped, Health::attention);
+    in.lastChecked = QTime(14, 2, 9);  // results of an earlier probe
     const std::vector<MenuEntry> menu = buildStatusMenu(in);
-    EXPECT_EQ(menu[1].title, "Status: Stopped");
+    EXPECT_EQ(menu[1].title, "Status: Stopped (as of 14:02:09)");
     EXPECT_EQ(menu[1].dot, SystemColor::red);
 
-    const MenuEntry& agent = find(menu, "Agent");
+    const MenuEntry& agent = find(menu, "Agent — Running");
     EXPECT_TRUE(agent.enabled);
     EXPECT_EQ(agent.dot, SystemColor::green);
     EXPECT_EQ(
@@ -100,7 +103,7 @@ TEST(StatusMenu, ServicesCarryTheirStateLogsAndRestart) {
                      "View Agent output log", "View Agent error log", "---", "Restart Agent"}));
     EXPECT_EQ(agent.submenu[6].representedObject, "com.varnel.agent");
 
-    const MenuEntry& proxy = find(menu, "Proxy");
+    const MenuEntry& proxy = find(menu, "Proxy — Stopped");
     EXPECT_EQ(proxy.submenu[1].title, "Stopped");  // no extra: the label alone
     EXPECT_EQ(proxy.submenu[3].representedObject, "hint:proxy.log");
     EXPECT_TRUE(proxy.submenu[3].enabled);
@@ -108,14 +111,14 @@ TEST(StatusMenu, ServicesCarryTheirStateLogsAndRestart) {
     EXPECT_EQ(proxy.submenu.back().title, "Restart via Agent");
     EXPECT_EQ(proxy.submenu.back().representedObject, "com.varnel.agent");
 
-    const MenuEntry& sysext = find(menu, "Network Extension");
+    const MenuEntry& sysext = find(menu, "Network Extension — Needs attention");
     EXPECT_EQ(sysext.dot, SystemColor::yellow);
     EXPECT_EQ(titles(sysext.submenu), (QStringList{"ai.ostrel.agent.sentinel.extension",
                                                    "Needs attention", "---", "Restart via Agent"}));
     EXPECT_FALSE(sysext.submenu[1].enabled);
     EXPECT_EQ(sysext.submenu[1].dot, SystemColor::yellow);
 
-    const MenuEntry& watcher = find(menu, "Push Watcher");
+    const MenuEntry& watcher = find(menu, "Push Watcher — Running");
     EXPECT_EQ(watcher.submenu.back().title, "Restart Push Watcher");
     EXPECT_EQ(watcher.submenu.back().representedObject, "com.varnel.endpoint.watcher");
 }

@@ -6,11 +6,12 @@
 #include <QAction>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QPointer>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThreadPool>
+#include <functional>
 
 #include "platform/paths.h"
 #include "support/sim_suite.h"
@@ -21,11 +22,19 @@ using test::SimSuite;
 
 namespace {
 
-// Lets earlier work deliver its results.
-void settle() {
-    QThreadPool::globalInstance()->waitForDone();
-    QCoreApplication::processEvents();
+bool waitUntil(const std::function<bool()>& done, int timeoutMs = 20'000) {
+    QElapsedTimer clock;
+    clock.start();
+    while (!done() && !clock.hasExpired(timeoutMs)) QTest::qWait(10);
+    return done();
 }
+
+// A pgrep that answers only once the gate file exists: a tool that hangs until
+// the test lets it go.
+const QByteArray gatedPgrep =
+    "#!/bin/sh\nroot=${0%/usr/bin/pgrep}\n"
+    "while [ ! -e \"$root/gate\" ]; do sleep 0.02; done\n"
+    "[ -s \"$root/.sim/procs/$2\" ] && { cat \"$root/.sim/procs/$2\"; exit 0; }\nexit 1\n";
 
 class Delegate : public ::testing::Test {
 protected:
@@ -34,7 +43,11 @@ protected:
         for (const char* name : {"icon.png", "icon@2x.png"})
             QFile::copy(QString(VARNEL_ICON_DIR "/") + name, iconDir.filePath(name));
     }
-    void TearDown() override { settle(); }
+    void hangPgrep() {
+        QFile::remove(sim.root() + "/gate");
+        sim.replaceTool("/usr/bin/pgrep", gatedPgrep);
+    }
+    void releasePgrep() { sim.writeFile("/gate", {}); }
 
     std::unique_ptr<AppDelegate> launch(QStringList arguments = {}) {
         auto delegate =
@@ -44,7 +57,7 @@ protected:
     }
 
     static void refreshAndWait(AppDelegate& delegate) {
-        settle();
+        ASSERT_TRUE(waitUntil([&] { return !delegate.isRefreshing(); }));
         QSignalSpy stored(&delegate, &AppDelegate::refreshed);
         delegate.refresh();
         ASSERT_TRUE(stored.wait(20'000));
@@ -58,10 +71,16 @@ protected:
         return delays;
     }
 
-    static QStringList titles(QMenu* menu) {
+    static QStringList titles(const QMenu* menu) {
         QStringList out;
         for (const QAction* item : menu->actions()) out << item->text();
         return out;
+    }
+
+    static QAction* item(const QMenu* menu, const QString& title) {
+        for (QAction* action : menu->actions())
+            if (action->text() == title) return action;
+        return nullptr;
     }
 
     SimSuite& sim = SimSuite::instance();
@@ -71,13 +90,16 @@ protected:
 }  // namespace
 
 TEST_F(Delegate, StartsWithTheIconTheMenuAndOneRefreshUnderWay) {
+    QCoreApplication::setAttribute(Qt::AA_DontShowIconsInMenus);  // as Qt starts on macOS
     auto delegate = std::make_unique<AppDelegate>(QStringList{"VarnelStatus"}, iconDir.path());
     QSignalSpy stored(delegate.get(), &AppDelegate::refreshed);
     delegate->applicationDidFinishLaunching();
 
+    EXPECT_FALSE(QCoreApplication::testAttribute(Qt::AA_DontShowIconsInMenus));
     EXPECT_FALSE(delegate->statusItem()->icon().isNull());
+    EXPECT_TRUE(delegate->statusItem()->isVisible());
     EXPECT_EQ(delegate->statusItem()->toolTip(), "Varnel");
-    EXPECT_EQ(delegate->statusItem()->contextMenu(), delegate->menu());
+    EXPECT_EQ(delegate->statusItem()->menu(), delegate->menu());
     EXPECT_EQ(delegate->installedVersion(), "1.8.2");
     EXPECT_EQ(delegate->certDetail(), "checking…");
     EXPECT_TRUE(titles(delegate->menu()).contains("Checking services…"));
@@ -87,7 +109,10 @@ TEST_F(Delegate, StartsWithTheIconTheMenuAndOneRefreshUnderWay) {
     ASSERT_TRUE(stored.wait(20'000));
     EXPECT_EQ(delegate->latest().size(), 9);
     EXPECT_EQ(delegate->statusItem()->toolTip(), "Varnel — Needs attention (6/9 up)");
+    EXPECT_EQ(delegate->statusItem()->accessibleName(),
+              "Varnel, Needs attention, 6 of 9 services running");
     EXPECT_EQ(titles(delegate->menu())[1], "Status: Needs attention");
+    EXPECT_TRUE(delegate->menu()->actions()[1]->isIconVisibleInMenu());
 }
 
 TEST_F(Delegate, StartsWithoutAnIconAndOpensTheLogsOnlyWhenAskedExactly) {
@@ -118,27 +143,89 @@ TEST_F(Delegate, RefreshStoresWhatItReadAndKeepsAnInstalledVersionThatVanished) 
     EXPECT_EQ(delegate->latestVersion(), "");
     EXPECT_EQ(delegate->statusItem()->toolTip(), "Varnel — Stopped (5/9 up)");
 
-    sim.setInstalledVersion("1.4.2\n");
+    sim.setInstalledVersion("1.4&2\n");
     refreshAndWait(*delegate);
-    EXPECT_EQ(delegate->installedVersion(), "1.4.2");
-    EXPECT_TRUE(titles(delegate->menu()).contains("Installed version 1.4.2"));
+    EXPECT_EQ(delegate->installedVersion(), "1.4&2");
+    // Shown as is: a lone "&" would be read as a mnemonic mark and vanish.
+    const QString shown = delegate->menu()->actions()[2]->text();
+    EXPECT_EQ(shown, "Installed version 1.4&&2");
+    EXPECT_TRUE(QKeySequence::mnemonic(shown).isEmpty());
 }
 
-TEST_F(Delegate, OpeningTheMenuProbesAfreshAndDotsKeepTheirColourWhenDisabled) {
+TEST_F(Delegate, TheMenuOpensWhileItsProbeHangsAndTakesItsResultsInPlace) {
+    hangPgrep();
+    auto delegate = launch();
+    QMenu* menu = delegate->menu();
+    menu->popup(QPoint(0, 0));  // returns although every probe is stuck
+    ASSERT_TRUE(menu->isVisible());
+    EXPECT_TRUE(titles(menu).contains("Checking services…"));
+    QPointer<QAction> status = menu->actions()[1];
+    EXPECT_EQ(status->text(), "Status: Unknown");  // nothing earlier to show
+    QPointer<QAction> logs = item(menu, "View Logs");
+    logs->menu()->popup(QPoint(40, 40));
+
+    sim.setProcess("varnel-monitor-v2", {901});
+    releasePgrep();
+    ASSERT_TRUE(waitUntil([&] { return titles(menu).contains("Monitor — Running"); }));
+    EXPECT_FALSE(titles(menu).contains("Checking services…"));
+    ASSERT_TRUE(status && logs);
+    EXPECT_TRUE(menu->isVisible());
+    EXPECT_TRUE(logs->menu()->isVisible());
+    EXPECT_EQ(item(menu, "View Logs"), logs);
+    EXPECT_EQ(menu->actions()[1], status);
+    EXPECT_EQ(status->text(), "Status: Needs attention");
+    EXPECT_FALSE(status->isEnabled());  // an information line, its dot in colour all the same
+    EXPECT_EQ(status->icon().pixmap(10, QIcon::Disabled).toImage().pixelColor(5, 5),
+              resolve(SystemColor::yellow));
+    EXPECT_EQ(delegate->statusItem()->toolTip(), "Varnel — Needs attention (7/9 up)");
+    menu->hide();
+
+    // With results at hand, a stuck probe shows them marked with their time.
+    hangPgrep();
+    menu->popup(QPoint(0, 0));
+    status = menu->actions()[1];
+    EXPECT_TRUE(status->text().startsWith("Status: Needs attention (as of "))
+        << status->text().toStdString();
+    releasePgrep();
+    ASSERT_TRUE(waitUntil([&] { return !status || status->text() == "Status: Needs attention"; }));
+    EXPECT_EQ(menu->actions()[1], status);
+}
+
+TEST_F(Delegate, RefreshResultsWaitForTheOpenMenuToClose) {
     auto delegate = launch();
     refreshAndWait(*delegate);
-    sim.setProcess("varnel-monitor-v2", {901});
+    QMenu* menu = delegate->menu();
+    menu->popup(QPoint(0, 0));
+    ASSERT_TRUE(waitUntil([&] { return !titles(menu)[1].contains("as of"); }));
+    const QList<QAction*> shown = menu->actions();
+    const QStringList texts = titles(menu);
 
-    delegate->menu()->popup(QPoint(0, 0));  // aboutToShow: a synchronous snapshot
-    EXPECT_EQ(delegate->latest()[3].health, Health::running);
-    EXPECT_EQ(delegate->statusItem()->toolTip(), "Varnel — Needs attention (7/9 up)");
-    delegate->menu()->hide();
+    sim.setProcess("varnel-proxy", {});
+    refreshAndWait(*delegate);
+    EXPECT_EQ(delegate->statusItem()->toolTip(), "Varnel — Stopped (5/9 up)");
+    EXPECT_EQ(menu->actions(), shown);
+    EXPECT_EQ(titles(menu), texts);
 
-    const QAction* status = delegate->menu()->actions()[1];
-    EXPECT_FALSE(status->isEnabled());
-    const QImage dot = status->icon().pixmap(10, QIcon::Disabled).toImage();
-    EXPECT_EQ(dot.pixelColor(5, 5), resolve(SystemColor::yellow));
-    EXPECT_EQ(delegate->menu()->actions().last()->shortcut(), QKeySequence("Ctrl+Q"));
+    menu->hide();
+    EXPECT_TRUE(waitUntil([&] { return titles(menu).contains("Proxy — Stopped"); }));
+}
+
+TEST_F(Delegate, TheShortcutsTheMenuShowsWorkWhileItIsOpen) {
+    auto delegate = launch();
+    QMenu* menu = delegate->menu();
+    menu->popup(QPoint(0, 0));
+    QMenu* logs = item(menu, "View Logs")->menu();
+    logs->popup(QPoint(40, 40));
+    QTest::keyClick(logs, Qt::Key_L, Qt::ControlModifier);
+    EXPECT_FALSE(menu->isVisible());
+    EXPECT_FALSE(logs->isVisible());
+    ASSERT_NE(delegate->logViewer().window(), nullptr);
+    EXPECT_TRUE(delegate->logViewer().window()->isVisible());
+
+    menu->popup(QPoint(0, 0));
+    QTest::keyClick(menu, Qt::Key_R, Qt::ControlModifier);
+    ASSERT_TRUE(waitUntil([&] { return !sim.calls("osascript").isEmpty(); }));
+    EXPECT_TRUE(sim.calls("osascript").last().contains("restart the Agent service"));
 }
 
 TEST_F(Delegate, RestartAndUpdateAskForApprovalReportAndScheduleRefreshes) {
@@ -147,7 +234,6 @@ TEST_F(Delegate, RestartAndUpdateAskForApprovalReportAndScheduleRefreshes) {
     QSignalSpy reports(delegate.get(), &AppDelegate::notified);
 
     delegate->restartService(std::nullopt);
-    settle();
     EXPECT_TRUE(sim.calls("osascript").isEmpty());
     EXPECT_TRUE(pendingRefreshes(*delegate).isEmpty());
 
@@ -210,27 +296,30 @@ TEST_F(Delegate, RemovesItselfAtTheSecondRefreshInARowWithoutItsExecutable) {
     EXPECT_EQ(QCoreApplication::exec(), 0);  // 99: it never asked to quit
     EXPECT_EQ(sim.calls("launchctl").filter("bootout"),
               QStringList{QString("bootout gui/%1/com.varnel.tray").arg(::getuid())});
-    settle();
+    QCoreApplication::processEvents();
     EXPECT_EQ(stored.count(), 0);  // nothing was probed
 }
 
-TEST_F(Delegate, OverlappingRefreshesAndResultsForADelegateThatIsGone) {
-    auto delegate = launch();
-    settle();
+TEST_F(Delegate, RefreshesCoalesceAndActionsNeverWaitBehindThem) {
+    hangPgrep();
+    auto delegate = launch();  // its first refresh is stuck
     QSignalSpy stored(delegate.get(), &AppDelegate::refreshed);
-    for (int i = 0; i < 6; ++i) delegate->refresh();
-    settle();
-    EXPECT_EQ(stored.count(), 6);
-    EXPECT_EQ(delegate->statusItem()->toolTip(), "Varnel — Needs attention (6/9 up)");
+    for (int i = 0; i < 5; ++i) delegate->refresh();
+    delegate->restartService("com.varnel.agent");
+    ASSERT_TRUE(waitUntil([&] { return !sim.calls("osascript").isEmpty(); }));
+    EXPECT_TRUE(delegate->isRefreshing());
+    releasePgrep();
+    ASSERT_TRUE(waitUntil([&] { return !delegate->isRefreshing() && stored.count() >= 2; }));
 
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < 3; ++round) {
         auto gone = std::make_unique<AppDelegate>(QStringList{"VarnelStatus"}, iconDir.path());
         gone->refresh();
         gone->restartService("com.varnel.agent");
         gone->updateNow();
     }
-    settle();  // their deliveries find nobody: no crash, no report
-    EXPECT_EQ(sim.calls("osascript").size(), 10);
+    QCoreApplication::processEvents();  // their deliveries find nobody: no crash, no report
+    EXPECT_EQ(sim.calls("osascript").size(), 7);
+    EXPECT_EQ(stored.count(), 2);  // the stuck one and a single follow-up
 }
 
 TEST(VarnelStatusProgram, RunsOffscreenOnASuiteAndQuitsWhenUninstalled) {
