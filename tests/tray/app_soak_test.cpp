@@ -6,10 +6,11 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QSignalSpy>
-#include <QThreadPool>
+#include <QTest>
 #include <cerrno>
 
 #include "support/sim_suite.h"
@@ -36,13 +37,16 @@ bool childrenLeft() {
     return !(::waitpid(-1, &status, WNOHANG) == -1 && errno == ECHILD);
 }
 
-void settle() {
-    QThreadPool::globalInstance()->waitForDone();
+// Until no refresh of the delegate's is under way and what it handed back is delivered.
+bool settle(const AppDelegate& delegate) {
+    const QDeadlineTimer deadline(120'000);
+    while (delegate.isRefreshing() && !deadline.hasExpired()) QTest::qWait(10);
     QCoreApplication::processEvents();
+    return !delegate.isRefreshing();
 }
 
 bool refreshAndWait(AppDelegate& delegate, int timeoutMs = 120'000) {
-    settle();
+    if (!settle(delegate)) return false;
     QSignalSpy stored(&delegate, &AppDelegate::refreshed);
     delegate.refresh();
     return stored.wait(timeoutMs);
@@ -56,12 +60,12 @@ TEST(Soak, FiveThousandRefreshesLeaveNothingBehind) {
     AppDelegate delegate({"VarnelStatus"}, QDir::tempPath());
     delegate.applicationDidFinishLaunching();
     for (int i = 0; i < 50; ++i) ASSERT_TRUE(refreshAndWait(delegate));  // warm caches and pools
-    settle();
+    ASSERT_TRUE(settle(delegate));
 
     const qsizetype fds = entries("/proc/self/fd");
     const qint64 rss = residentKiB();
     for (int i = 0; i < 5000; ++i) ASSERT_TRUE(refreshAndWait(delegate)) << "refresh " << i;
-    settle();
+    ASSERT_TRUE(settle(delegate));
 
     EXPECT_EQ(entries("/proc/self/fd"), fds);
     EXPECT_FALSE(childrenLeft());
