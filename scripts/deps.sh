@@ -8,7 +8,7 @@ build=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-qpa-plugins libgl1-mesa
 test=(libgtest-dev libgmock-dev libbenchmark-dev openssl fonts-dejavu-core)
 demo=(xvfb xauth trayer xdotool imagemagick)
 fuzz=(clang libclang-rt-14-dev)
-lint=(clang-format clang-tidy git shellcheck)
+lint=(clang-format clang-tidy git shellcheck clang libgnustep-gui-dev libobjc-12-dev)
 
 wanted=()
 for group in "$@"; do

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Fails on formatting drift (clang-format), on what .clang-tidy checks, and on
-# warnings of the shell-script checker in our scripts.
-# Usage: scripts/lint.sh [format|tidy|shell]...   (default: all three)
+# Fails on formatting drift (clang-format), on what .clang-tidy checks, on
+# warnings of the shell-script checker in our scripts, and on syntax errors in
+# the macOS-only sources (checked with clang against GNUstep's AppKit headers and
+# a few Darwin libc declarations: a check of their syntax, not a macOS build).
+# Usage: scripts/lint.sh [format|tidy|shell|mac]...   (default: all four)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh build lint
@@ -18,9 +20,13 @@ shell() {
     shellcheck --severity=warning "${scripts[@]}"
 }
 
-tidy() {
+configure() {
     cmake -S . -B build-lint -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVARNEL_BUILD_TESTS=OFF \
         -DVARNEL_BUILD_BENCH=OFF >/dev/null
+}
+
+tidy() {
+    configure
     # Generated sources (moc) must exist before their includers are checked.
     cmake --build build-lint --target varnel_tray_autogen varnel_viewer_autogen >/dev/null
     mapfile -t units < <(git ls-files -co --exclude-standard 'src/*.cpp' | grep -v '_mac\.')
@@ -30,12 +36,38 @@ tidy() {
     }
 }
 
-for what in "${@:-format shell tidy}"; do
+mac() {
+    configure
+    local qt layers=()
+    qt=$(qmake6 -query QT_INSTALL_HEADERS 2>/dev/null || echo /usr/include/x86_64-linux-gnu/qt6)
+    for root in build-lint/layers/*; do layers+=(-I "$root"); done
+    local common=(-fsyntax-only -std=c++20 -fPIC -Werror=implicit-function-declaration
+        -isystem "$qt" -isystem "$qt/QtCore" -isystem "$qt/QtGui" -isystem "$qt/QtWidgets"
+        "${layers[@]}")
+    # Qt declares its macOS-only members (QMenu::toNSMenu) under this macro.
+    local objc=(-x objective-c++ -DQ_OS_MACOS -fobjc-runtime=gnustep-2.0 -fobjc-exceptions
+        -fconstant-string-class=NSConstantString -DGNUSTEP -DGNUSTEP_BASE_LIBRARY=1
+        -DGNU_GUI_LIBRARY=1 -DGNU_RUNTIME=1 -isystem /usr/include/GNUstep
+        -isystem "$(gcc -print-file-name=include)" -Wno-objc-method-access
+        -Wno-objc-protocol-method-implementation)
+    local file failed=0
+    while IFS= read -r file; do
+        case $file in
+            *.mm) clang++ "${common[@]}" "${objc[@]}" "$file" || failed=1 ;;
+            *.cpp) clang++ "${common[@]}" -include scripts/mac-syntax/darwin_libc.h "$file" ||
+                failed=1 ;;
+        esac
+    done < <(git ls-files -co --exclude-standard 'src/*_mac.mm' 'src/*_mac.cpp')
+    return $failed
+}
+
+for what in "${@:-format shell tidy mac}"; do
     for step in $what; do
         case $step in
             format) format ;;
             tidy) tidy ;;
             shell) shell ;;
+            mac) mac ;;
             *) echo "lint.sh: unknown step '$step'" >&2; exit 2 ;;
         esac
     done
