@@ -53,14 +53,18 @@ std::optional<QStringList> list(const QString& dir) {
 
 namespace {
 
+qint64 nanoseconds(const timespec& t) {
+    return qint64(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
+}
+
 FileStamp stampFrom(const struct stat& info) {
     if (!S_ISREG(info.st_mode)) return {};
     return {true,
             quint64(info.st_dev),
             quint64(info.st_ino),
             quint64(info.st_size),
-            modifiedNs(info),
-            changedNs(info)};
+            nanoseconds(modifiedTime(info)),
+            nanoseconds(changedTime(info))};
 }
 
 }  // namespace
@@ -118,7 +122,7 @@ std::optional<QByteArray> ReadOnlyFile::readExactly(quint64 offset, qsizetype si
 std::optional<QDateTime> modified(const QString& path) {
     struct stat info {};
     if (::stat(nativePath(path).constData(), &info) != 0) return std::nullopt;
-    return QDateTime::fromMSecsSinceEpoch(modifiedNs(info) / 1'000'000, Qt::UTC);
+    return QDateTime::fromMSecsSinceEpoch(nanoseconds(modifiedTime(info)) / 1'000'000, Qt::UTC);
 }
 
 }  // namespace varnel::fs

@@ -2,20 +2,12 @@
 
 namespace varnel::fs {
 
-namespace {
-
-qint64 nanoseconds(const timespec& t) {
-    return qint64(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
+const timespec& modifiedTime(const struct stat& info) {
+    return info.st_mtimespec;
 }
 
-}  // namespace
-
-qint64 modifiedNs(const struct stat& info) {
-    return nanoseconds(info.st_mtimespec);
-}
-
-qint64 changedNs(const struct stat& info) {
-    return nanoseconds(info.st_ctimespec);
+const timespec& changedTime(const struct stat& info) {
+    return info.st_ctimespec;
 }
 
 }  // namespace varnel::fs

@@ -2,13 +2,10 @@
 
 #include <sys/stat.h>
 
-#include <QtGlobal>
-
-// A file's times in nanoseconds since the epoch, from fields each platform
-// names its own way.
+// A file's times, from fields each platform names its own way.
 namespace varnel::fs {
 
-qint64 modifiedNs(const struct stat& info);
-qint64 changedNs(const struct stat& info);
+const timespec& modifiedTime(const struct stat& info);
+const timespec& changedTime(const struct stat& info);
 
 }  // namespace varnel::fs

@@ -2,20 +2,12 @@
 
 namespace varnel::fs {
 
-namespace {
-
-qint64 nanoseconds(const timespec& t) {
-    return qint64(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
+const timespec& modifiedTime(const struct stat& info) {
+    return info.st_mtim;
 }
 
-}  // namespace
-
-qint64 modifiedNs(const struct stat& info) {
-    return nanoseconds(info.st_mtim);
-}
-
-qint64 changedNs(const struct stat& info) {
-    return nanoseconds(info.st_ctim);
+const timespec& changedTime(const struct stat& info) {
+    return info.st_ctim;
 }
 
 }  // namespace varnel::fs
