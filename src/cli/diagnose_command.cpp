@@ -64,6 +64,12 @@ bool namedLikeKey(const QString& path) {
     return keyName.match(QFileInfo(path).fileName()).hasMatch();
 }
 
+// The bundle leaves the machine: a link planted in a suite folder must not
+// carry a file from elsewhere with it.
+bool isLink(const QString& suitePath) {
+    return QFileInfo(sandbox::hostPath(suitePath)).isSymLink();
+}
+
 // Values under names like these are credentials, whatever the state file calls them.
 QJsonValue redacted(const QJsonValue& value) {
     static const QRegularExpression secretName(
@@ -71,7 +77,7 @@ QJsonValue redacted(const QJsonValue& value) {
         QRegularExpression::CaseInsensitiveOption);
     if (value.isArray()) {
         QJsonArray array;
-        for (const QJsonValue& item : value.toArray()) array.append(redacted(item));
+        for (const auto& item : value.toArray()) array.append(redacted(item));
         return array;
     }
     if (!value.isObject()) return value;
@@ -131,8 +137,9 @@ public:
 
     std::optional<QByteArray> finish(const QString& heading) {
         QString manifest = heading + QStringLiteral("\n\n") + lines_.join(u'\n') + u'\n';
-        if (manifest.size() > kManifestRoom / 4)  // UTF-8 takes at most four bytes a character
-            manifest = manifest.left(kManifestRoom / 4 - 64) + QStringLiteral("\n… cut here\n");
+        // A UTF-16 unit takes at most three bytes in UTF-8.
+        if (manifest.size() > kManifestRoom / 3)
+            manifest = manifest.left(kManifestRoom / 3 - 64) + QStringLiteral("\n… cut here\n");
         tar_.add(top_ + QStringLiteral("/manifest.txt"), manifest.toUtf8());
         return tar_.finish();
     }
@@ -195,6 +202,10 @@ void addSuiteFiles(Bundle& bundle) {
             continue;
         }
         if (!wanted.match(name).hasMatch()) continue;
+        if (isLink(path)) {
+            bundle.skip(path, QStringLiteral("a symbolic link, not followed"));
+            continue;
+        }
         const auto bytes = fs::readFile(path, kMaxSuiteFile);
         if (!bytes) {
             bundle.fail(path, QStringLiteral("not a readable file of at most 1 MB"));
@@ -222,8 +233,9 @@ void addLogs(Bundle& bundle) {
                QStringLiteral("varnelctl logs list --json"));
     for (qsizetype i = 0; i < sources.size(); ++i) {
         const QString& path = sources[i].path;
-        if (namedLikeKey(path)) {
-            bundle.skip(path, QStringLiteral("named like a private key"));
+        if (namedLikeKey(path) || isLink(path)) {
+            bundle.skip(path, isLink(path) ? QStringLiteral("a symbolic link, not followed")
+                                           : QStringLiteral("named like a private key"));
             continue;
         }
         // Not read at all once nothing more fits.
@@ -250,12 +262,13 @@ QString about(const StatusReport& report, const QDateTime& made) {
                "system: %2 (%3 %4, %5)\n"
                "made: %6\n"
                "probe: %7 s, ended %8\n"
-               "simulated suite: %9\n")
+               "VARNEL_ROOT: %9\n")
         .arg(QStringLiteral(VARNEL_VERSION), QSysInfo::prettyProductName(), QSysInfo::kernelType(),
              QSysInfo::kernelVersion(), QSysInfo::currentCpuArchitecture(),
              made.toString(Qt::ISODate), QString::number(report.probe.seconds, 'f', 3),
              report.probe.finishedUtc.toString(Qt::ISODateWithMs),
-             sandbox::root().isEmpty() ? QStringLiteral("no") : QStringLiteral("yes"));
+             sandbox::root().isEmpty() ? QStringLiteral("unset")
+                                       : QStringLiteral("set (a simulated suite)"));
 }
 
 }  // namespace

@@ -164,19 +164,19 @@ int healthExitStatus(Health overall) {
     return 3;
 }
 
-QString statusText(const StatusReport& original) {
-    const StatusReport report = forTerminal(original);
-    const QList<ServiceStatus>& services = report.probe.services;
-    const CertStatus& certificates = report.probe.certificates;
+QString statusText(const StatusReport& report) {
+    const StatusReport safe = forTerminal(report);
+    const QList<ServiceStatus>& services = safe.probe.services;
+    const CertStatus& certificates = safe.probe.certificates;
     const qsizetype up =
         std::count_if(services.begin(), services.end(),
                       [](const ServiceStatus& s) { return s.health == Health::running; });
     QStringList lines;
     lines << QStringLiteral("Status        %1 (%2/%3 up)")
-                 .arg(label(report.overall))
+                 .arg(label(safe.overall))
                  .arg(up)
                  .arg(services.size());
-    lines << QStringLiteral("Version       ") + versionLine(report);
+    lines << QStringLiteral("Version       ") + versionLine(safe);
     lines << QStringLiteral("Certificates  %1 · %2")
                  .arg(label(certificates.health), certificates.detail);
     lines << QString();

@@ -51,6 +51,8 @@ TEST_F(DiagnoseTest, BundleHoldsTheCaseButNoKeyNorHome) {
     // Besides the demo's certificate with its key: a key by name, a key in a log.
     sim.writeFile(support + QStringLiteral("client.key"), "not even a key\n");
     sim.writeFile(QStringLiteral("/Library/Logs/Varnel/leak.log"), "loaded\n" + keyBlock);
+    QFile::link(QStringLiteral("/etc/passwd"),
+                sim.hostPath(QStringLiteral("/Library/Logs/Varnel/users.log")));
     const QString home = dir.filePath(QStringLiteral("home/alice"));
     sim.writeFile(QStringLiteral("/Library/Logs/Varnel/paths.log"),
                   (home + QStringLiteral("/Library/x and /Users/bob/Desktop/y\n")).toUtf8());
@@ -80,7 +82,8 @@ TEST_F(DiagnoseTest, BundleHoldsTheCaseButNoKeyNorHome) {
     for (const QString& line :
          {support + QStringLiteral("client.key\tnamed like a private key"),
           support + QStringLiteral("varnel-device.pem\tholds a private key"),
-          QStringLiteral("/Library/Logs/Varnel/leak.log\tholds a private key")})
+          QStringLiteral("/Library/Logs/Varnel/leak.log\tholds a private key"),
+          QStringLiteral("/Library/Logs/Varnel/users.log\ta symbolic link, not followed")})
         EXPECT_TRUE(manifest.contains(QStringLiteral("skipped\t") + line)) << line.toStdString();
     EXPECT_TRUE(files.values().contains("~/Library/x and ~/Desktop/y\n"));
     EXPECT_TRUE(files.value(QStringLiteral("probe/calls.txt"))
