@@ -4,8 +4,11 @@
 set -euo pipefail
 
 build=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-qpa-plugins libgl1-mesa-dev
-       libxkbcommon-dev)
-test=(libgtest-dev libgmock-dev libbenchmark-dev openssl fonts-dejavu-core)
+       libxkbcommon-dev zlib1g-dev)
+# prometheus brings promtool; it and the client's parser read varnelctl's metrics
+# in the tests, shellcheck and python3 the examples of docs/fleet.md.
+test=(libgtest-dev libgmock-dev libbenchmark-dev openssl fonts-dejavu-core python3
+      prometheus python3-prometheus-client shellcheck)
 demo=(xvfb xauth trayer xdotool imagemagick)
 fuzz=(clang libclang-rt-14-dev)
 lint=(clang-format clang-tidy git shellcheck clang libgnustep-gui-dev libobjc-12-dev)
@@ -35,3 +38,7 @@ echo "Installing: ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 "${sudo[@]}" apt-get update -qq
 "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# Only promtool is wanted from the prometheus package, never a server left running.
+if [[ " ${missing[*]} " == *" prometheus "* ]] && [ -d /run/systemd/system ]; then
+    "${sudo[@]}" systemctl disable --now prometheus >/dev/null 2>&1 || true
+fi

@@ -10,6 +10,8 @@ namespace varnel::cli {
 inline constexpr int exitOk = 0;
 inline constexpr int exitFailure = 1;
 inline constexpr int exitUsage = 64;
+// Apart from the statuses that report a health, so that a script can tell them apart.
+inline constexpr int exitCannotWrite = 74;
 
 // Where a command writes. Tests hand in string streams; the program, stdout and stderr.
 struct Io {

@@ -6,6 +6,7 @@
 
 #include "cli/action_commands.h"
 #include "cli/cli_io.h"
+#include "cli/diagnose_command.h"
 #include "cli/logs_command.h"
 #include "cli/status_command.h"
 #include "platform/sandbox.h"
@@ -20,11 +21,13 @@ const char* const usage =
     "The Varnel endpoint suite's status, from a terminal or a script.\n"
     "\n"
     "Commands:\n"
-    "  status         probe the services, versions and certificates once (--json for\n"
-    "                 scripts); exit 0 running, 1 needs attention, 2 stopped, 3 unknown\n"
+    "  status         probe the services, versions and certificates once, as text, JSON\n"
+    "                 or for monitoring, inventory and metrics (--format); exit 0\n"
+    "                 running, 1 needs attention, 2 stopped, 3 unknown\n"
     "  logs           list the suite's logs, show one of them, or take log lines apart\n"
     "  restart LABEL  restart a service (administrator approval)\n"
     "  update         start the suite's updater now (administrator approval)\n"
+    "  diagnose       write a support bundle (.tar.gz) and print its path\n"
     "\n"
     "Options:\n"
     "  -h, --help     show this help (COMMAND --help for a command's own)\n"
@@ -35,13 +38,12 @@ const char* const usage =
 struct Command {
     const char* name;
     int (*run)(const QStringList& args, Io& io);
+    bool checksRoot = false;  // reports a bad sandbox root in its own output format
 };
 
 const Command commands[] = {
-    {"status", statusCommand},
-    {"logs", logsCommand},
-    {"restart", restartCommand},
-    {"update", updateCommand},
+    {"status", statusCommand, true}, {"logs", logsCommand},         {"restart", restartCommand},
+    {"update", updateCommand},       {"diagnose", diagnoseCommand},
 };
 
 }  // namespace
@@ -50,10 +52,7 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
     QTextStream err(stderr);
-    if (const auto problem = varnel::sandbox::rootProblem()) {
-        err << "varnelctl: " << *problem << '\n';
-        return 2;
-    }
+    const auto rootProblem = varnel::sandbox::rootProblem();
     Io io{out, err, ::isatty(STDOUT_FILENO) == 1};
 
     QStringList args = app.arguments().mid(1);
@@ -64,7 +63,12 @@ int main(int argc, char** argv) {
     }
     const QString name = args.takeFirst();
     for (const Command& command : commands) {
-        if (name == QLatin1String(command.name)) return command.run(args, io);
+        if (name != QLatin1String(command.name)) continue;
+        if (rootProblem && !command.checksRoot) {
+            err << "varnelctl: " << *rootProblem << '\n';
+            return 2;
+        }
+        return command.run(args, io);
     }
     err << "varnelctl: unknown command \"" << name << "\"\n\n" << usage;
     return exitUsage;

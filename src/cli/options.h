@@ -30,6 +30,9 @@ public:
     QString value(const QString& name) const { return parser_.value(name); }
     QStringList positional() const { return parser_.positionalArguments(); }
 
+    // What the parser refused, once parse() has stopped on it.
+    QString problem() const { return parser_.errorText(); }
+
     // Prints the problem and the usage; returns the usage status.
     int usageError(Io& io, const QString& problem) const;
 

@@ -6,10 +6,10 @@
 
 namespace varnel::cli {
 
-// `varnelctl status [--json]`: one snapshot of the services, the installed and
-// latest versions and the certificate state. Exits 0 when the suite runs, 1 when
-// it needs attention, 2 when it is stopped, 3 when nothing is known; 64 for a
-// bad option.
+// `varnelctl status [--format FORMAT] [--output FILE]`: one snapshot of the
+// services, the installed and latest versions and the certificate state, for
+// people, scripts, monitoring plugins, inventory and metrics collectors. It
+// checks the sandbox root itself, as a plugin reports a bad one its own way.
 int statusCommand(const QStringList& args, Io& io);
 
 }  // namespace varnel::cli

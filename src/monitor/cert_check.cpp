@@ -85,7 +85,7 @@ std::vector<std::function<void()>> CertCheck::jobs() {
 
 CertStatus CertCheck::result() const {
     if (early_) return *early_;
-    qsizetype trusted = 0;
+    int trusted = 0;
     QStringList untrusted;
     for (qsizetype i = 0; i < deployed_.size(); ++i) {
         if (trusted_[size_t(i)] != 0)
@@ -93,15 +93,20 @@ CertStatus CertCheck::result() const {
         else
             untrusted.append(deployed_[i]);
     }
-    const qsizetype total = deployed_.size();
-    if (trusted == total)
-        return {Health::running, QStringLiteral("Trusted — %1 CA cert(s)").arg(trusted)};
-    if (trusted == 0)
-        return {Health::attention, QStringLiteral("Deployed, NOT trusted (%1)").arg(total)};
-    return {Health::attention, QStringLiteral("%1/%2 trusted — check %3")
-                                   .arg(trusted)
-                                   .arg(total)
-                                   .arg(untrusted.join(QStringLiteral(", ")))};
+    const int total = int(deployed_.size());
+    CertStatus status{Health::attention, {}, trusted, total};
+    if (trusted == total) {
+        status.health = Health::running;
+        status.detail = QStringLiteral("Trusted — %1 CA cert(s)").arg(trusted);
+    } else if (trusted == 0) {
+        status.detail = QStringLiteral("Deployed, NOT trusted (%1)").arg(total);
+    } else {
+        status.detail = QStringLiteral("%1/%2 trusted — check %3")
+                            .arg(trusted)
+                            .arg(total)
+                            .arg(untrusted.join(QStringLiteral(", ")));
+    }
+    return status;
 }
 
 }  // namespace varnel

@@ -14,6 +14,9 @@ namespace varnel {
 struct CertStatus {
     Health health = Health::unknown;
     QString detail;
+    // The counts behind the detail, for consumers that chart or threshold them.
+    int trusted = 0;
+    int deployed = 0;
 };
 
 // Whether the system trusts the suite's deployed CA certificates for SSL:
