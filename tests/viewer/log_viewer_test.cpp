@@ -480,7 +480,10 @@ TEST(LogCells, ArePaintedInTheirLevelsColoursWithinTheirRows) {
     const QImage wrapped = paint(2, 3, height, 20);
     EXPECT_EQ(ink(wrapped, 0, 20), QColor(Qt::white));
     EXPECT_EQ(ink(wrapped, 20 + height, 40 + height), QColor(Qt::white));
-    EXPECT_NE(ink(wrapped, 18 + height - int(layout.lineHeight()), 18 + height), QColor(Qt::white));
+    // Ink in its first line and in its last: neither shifted nor cut.
+    const int line = int(layout.lineHeight());
+    EXPECT_NE(ink(wrapped, 22, 22 + line), QColor(Qt::white));
+    EXPECT_NE(ink(wrapped, 18 + height - line, 18 + height), QColor(Qt::white));
 }
 
 // Labels stay readable on the window in either appearance, and the table's
