@@ -1,6 +1,9 @@
 // What the log window costs on a full 4 MB tail (about 30,000 rows), drawn on
 // the offscreen platform: opening it until the last row is on screen, one
-// keystroke in the search field, and turning Wrap on and off. Report medians:
+// keystroke in the search field, and turning Wrap on and off. Then a small log
+// with one line of 50,000 or 200,000 characters and no break point in it:
+// turning Wrap on, and one wheel notch while that line scrolls past, wrapped
+// (1) or not (0). Report medians:
 //   ./log_viewer_bench --benchmark_repetitions=10 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
 
@@ -12,8 +15,10 @@
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QTableView>
 #include <QTemporaryDir>
+#include <QWheelEvent>
 #include <cstdlib>
 #include <memory>
 
@@ -27,9 +32,29 @@ namespace {
 
 const QString logPath = QStringLiteral("/Library/Logs/Varnel/agent.stdout.log");
 
+// A few hundred ordinary rows around one long line of hex digits.
+QString longLinePath(qsizetype chars) {
+    return QStringLiteral("/Library/Logs/Varnel/long-%1.log").arg(chars);
+}
+constexpr int rowsAroundLongLine = 300;
+
+QString longLineLog(qsizetype chars) {
+    QString text;
+    auto ordinary = [&](int from) {
+        for (int i = from; i < from + rowsAroundLongLine; ++i)
+            text += QStringLiteral("2024-05-01T10:00:00Z INFO agent: ordinary line %1\n").arg(i);
+    };
+    ordinary(0);
+    text += QStringLiteral("2024-05-01T10:00:01Z DEBUG blob: ");
+    for (qsizetype i = 0; i < chars; ++i) text += QLatin1Char("0123456789abcdef"[i % 16]);
+    text += u'\n';
+    ordinary(rowsAroundLongLine);
+    return text;
+}
+
 class Window {
 public:
-    Window() { viewer.show(logPath); }
+    explicit Window(const QString& path = logPath) { viewer.show(path); }
     QTableView* table() const { return find<QTableView>("table"); }
     template <typename T>
     T* find(const char* name) const {
@@ -99,6 +124,63 @@ void BM_WrapToggle(benchmark::State& state) {
 }
 BENCHMARK(BM_WrapToggle)->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+void BM_WrapOnWithLongLine(benchmark::State& state) {
+    Window window(longLinePath(state.range(0)));
+    QCheckBox* wrap = window.find<QCheckBox>("wrapCheck");
+    QPushButton* reload = window.find<QPushButton>("reloadButton");
+    for (auto _ : state) {
+        state.PauseTiming();
+        reload->click();
+        wrap->setChecked(false);
+        QCoreApplication::processEvents();
+        state.ResumeTiming();
+        wrap->setChecked(true);
+        QCoreApplication::processEvents();
+    }
+}
+BENCHMARK(BM_WrapOnWithLongLine)
+    ->Arg(50'000)
+    ->Arg(200'000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// Each iteration scrolls one wheel notch down; once the long row has left the
+// top, the view goes back (untimed) to a few rows above it.
+void BM_ScrollPastLongLine(benchmark::State& state) {
+    Window window(longLinePath(state.range(0)));
+    window.find<QCheckBox>("wrapCheck")->setChecked(state.range(1) != 0);
+    QTableView* table = window.table();
+    QWidget* viewport = table->viewport();
+    QScrollBar* bar = table->verticalScrollBar();
+    const int start = table->rowViewportPosition(rowsAroundLongLine - 5) + bar->value();
+    auto restart = [&] {
+        bar->setValue(start);
+        QCoreApplication::processEvents();
+    };
+    restart();
+    const QPointF middle = QRectF(viewport->rect()).center();
+    int notches = 0;
+    for (auto _ : state) {
+        QWheelEvent notch(middle, viewport->mapToGlobal(middle), {}, {0, -120}, Qt::NoButton,
+                          Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(viewport, &notch);
+        QCoreApplication::processEvents();
+        ++notches;
+        if (table->rowAt(0) > rowsAroundLongLine || bar->value() >= bar->maximum()) {
+            state.PauseTiming();
+            restart();
+            state.ResumeTiming();
+        }
+    }
+    state.counters["notches"] = notches;
+}
+BENCHMARK(BM_ScrollPastLongLine)
+    ->Args({50'000, 1})
+    ->Args({200'000, 1})
+    ->Args({200'000, 0})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -113,6 +195,11 @@ int main(int argc, char** argv) {
     // tail, so every load reads exactly the last 4,000,000 bytes.
     file.write(varnel::test_support::LogCorpus(42).text(4'200'000).toUtf8());
     file.close();
+    for (const qsizetype chars : {50'000, 200'000}) {
+        QFile longFile(varnel::sandbox::hostPath(longLinePath(chars)));
+        if (!longFile.open(QIODevice::WriteOnly)) return 1;
+        longFile.write(longLineLog(chars).toUtf8());
+    }
 
     QApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);

@@ -37,12 +37,9 @@ void LogCellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
                                ? opt.palette.color(group, QPalette::HighlightedText)
                                : opt.palette.color(group, QPalette::Text);
         const double width = RowHeight::wrapBoxWidth(opt.rect.width());
-        const double height = layout_.measure(text, width);
-        const double top = opt.rect.top() + std::max(0.0, (opt.rect.height() - height) / 2);
         painter->save();
-        painter->setClipRect(opt.rect, Qt::IntersectClip);
         painter->setPen(pen);
-        layout_.draw(painter, QRectF(opt.rect.left() + 3, top, width, height), text);
+        layout_.draw(painter, QRectF(opt.rect).adjusted(3, 0, 0, 0), width, text);
         painter->restore();
     } else {
         QStyledItemDelegate::paint(painter, option, index);

@@ -1,8 +1,10 @@
 #include "viewer/log_table_model.h"
 
 #include <QFontDatabase>
+#include <QTextDocument>
 #include <algorithm>
 
+#include "logs/cell_text.h"
 #include "logs/log_presentation.h"
 #include "ui/system_palette.h"
 
@@ -101,13 +103,13 @@ QVariant LogTableModel::data(const QModelIndex& index, int role) const {
                 default: {
                     // One line means one line: a message that kept a line feed
                     // must not put its second line into a 17-pixel row.
-                    QString text = row.message.toString();
+                    QString text = cellText(row.message).toString();
                     text.replace(u'\n', u' ');
                     return text;
                 }
             }
         case messageLinesRole:
-            return row.message.toString();
+            return cellText(row.message).toString();
         case Qt::ForegroundRole:
             switch (column) {
                 case timeColumn:
@@ -121,7 +123,9 @@ QVariant LogTableModel::data(const QModelIndex& index, int role) const {
         case Qt::FontRole:
             return column == levelColumn ? levelFont_ : cellFont_;
         case Qt::ToolTipRole:
-            if (column == messageColumn) return row.raw.toString();
+            // As markup, so that a line that looks like markup shows as written.
+            if (column == messageColumn)
+                return Qt::convertFromPlainText(tooltipText(row.raw), Qt::WhiteSpacePre);
             return {};
         default:
             return {};

@@ -19,6 +19,7 @@ class LogTableModel : public QAbstractTableModel {
 public:
     enum Column { timeColumn, levelColumn, sourceColumn, messageColumn, columnCount_ };
     // The message with its line feeds; the display text has them as spaces.
+    // Both are cut to what a cell lays out (cellText()).
     static constexpr int messageLinesRole = Qt::UserRole;
 
     explicit LogTableModel(QObject* parent = nullptr);

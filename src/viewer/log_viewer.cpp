@@ -5,24 +5,31 @@
 #include <QClipboard>
 #include <QComboBox>
 #include <QEvent>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPainter>
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollBar>
+#include <QShortcut>
+#include <QSplitter>
 #include <QTableView>
 #include <QThreadPool>
 #include <QTimer>
+#include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <utility>
 
+#include "logs/cell_text.h"
 #include "logs/log_presentation.h"
+#include "logs/row_export.h"
 #include "logs/row_height.h"
 #include "platform/background.h"
 #include "platform/file_reveal.h"
@@ -31,6 +38,8 @@
 #include "viewer/log_cell_delegate.h"
 #include "viewer/log_table_model.h"
 #include "viewer/message_layout.h"
+#include "viewer/row_detail_pane.h"
+#include "viewer/row_exporter.h"
 
 namespace varnel {
 
@@ -87,6 +96,29 @@ QItemSelection rowsIn(const QList<qsizetype>& shown, const QList<qsizetype>& kee
     return selection;
 }
 
+// The table row showing rows[index], or the first after it; -1 past the end.
+int tableRowAtOrAfter(const QList<qsizetype>& shown, qsizetype index) {
+    const auto found = std::lower_bound(shown.cbegin(), shown.cend(), index);
+    return found == shown.cend() ? -1 : int(found - shown.cbegin());
+}
+
+QLabel* labelFor(QWidget* buddy, const QString& text) {
+    auto* label = new QLabel(text, buddy->parentWidget());
+    // VoiceOver and other readers name the control by this label.
+    label->setBuddy(buddy);
+    return label;
+}
+
+QToolButton* problemButton(QWidget* parent, Qt::ArrowType arrow, const char* name,
+                           const QString& what, const QKeySequence& key) {
+    auto* button = new QToolButton(parent);
+    button->setObjectName(QLatin1String(name));
+    button->setArrowType(arrow);
+    button->setAccessibleName(what);
+    button->setToolTip(QStringLiteral("%1 (%2)").arg(what, key.toString(QKeySequence::NativeText)));
+    return button;
+}
+
 }  // namespace
 
 LogViewer::LogViewer(QObject* parent)
@@ -123,59 +155,148 @@ void LogViewer::build() {
     window_->setAttribute(Qt::WA_QuitOnClose, false);
     window_->installEventFilter(this);
 
+    // Two tool rows, so that the window fits half a laptop screen: what to
+    // look at, then how to look at it and what to do with it.
+    auto* content = new QVBoxLayout(window_);
+    content->setContentsMargins(12, 10, 12, 8);
+    content->setSpacing(0);
+    content->addLayout(buildChoosers());
+    content->addSpacing(6);
+    content->addLayout(buildModesAndActions());
+    content->addSpacing(10);
+    content->addWidget(buildTableAndDetails(), 1);
+    content->addSpacing(6);
+    content->addLayout(buildStatusRow());
+    buildKeysAndMenu();
+
+    window_->resize(1000, 600);
+    if (const QScreen* screen = window_->screen())
+        window_->move(screen->availableGeometry().center() - window_->rect().center());
+}
+
+QLayout* LogViewer::buildChoosers() {
     logPopup_ = new QComboBox(window_);
     logPopup_->setObjectName(QStringLiteral("logPopup"));
+    logPopup_->setAccessibleName(QStringLiteral("Log"));
     logPopup_->setMinimumWidth(220);
     logPopup_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     connect(logPopup_, &QComboBox::currentIndexChanged, this, [this] { loadSelected(false); });
 
     levelPopup_ = new QComboBox(window_);
     levelPopup_->setObjectName(QStringLiteral("levelPopup"));
+    levelPopup_->setAccessibleName(QStringLiteral("Level"));
     for (const LevelChoice choice : levelChoices())
         levelPopup_->addItem(levelChoiceTitle(choice).toString());
     connect(levelPopup_, &QComboBox::currentIndexChanged, this, [this] { applyFilter(false); });
 
     searchField_ = new QLineEdit(window_);
     searchField_->setObjectName(QStringLiteral("searchField"));
+    searchField_->setAccessibleName(QStringLiteral("Search logs"));
     searchField_->setPlaceholderText(QStringLiteral("Search logs\u2026"));
     searchField_->setClearButtonEnabled(true);
-    searchField_->setMinimumWidth(180);
-    searchField_->installEventFilter(this);
+    searchField_->setMinimumWidth(120);
     connect(searchField_, &QLineEdit::textChanged, this, [this] { applyFilter(false); });
 
+    // Room is left after the search for what narrows the rows further.
+    auto* row = new QHBoxLayout;
+    row->setSpacing(8);
+    row->addWidget(labelFor(logPopup_, QStringLiteral("Log:")), 0, Qt::AlignVCenter);
+    row->addWidget(logPopup_, 0, Qt::AlignVCenter);
+    row->addWidget(labelFor(levelPopup_, QStringLiteral("Level:")), 0, Qt::AlignVCenter);
+    row->addWidget(levelPopup_, 0, Qt::AlignVCenter);
+    row->addWidget(searchField_, 1, Qt::AlignVCenter);
+    return row;
+}
+
+QLayout* LogViewer::buildModesAndActions() {
     followCheck_ = new QCheckBox(QStringLiteral("Follow"), window_);
     followCheck_->setObjectName(QStringLiteral("followCheck"));
+    followCheck_->setAccessibleName(QStringLiteral("Follow"));
+    followCheck_->setAccessibleDescription(QStringLiteral("Keep reading what the log adds"));
     connect(followCheck_, &QCheckBox::toggled, this, &LogViewer::toggleFollow);
 
     wrapCheck_ = new QCheckBox(QStringLiteral("Wrap"), window_);
     wrapCheck_->setObjectName(QStringLiteral("wrapCheck"));
+    wrapCheck_->setAccessibleName(QStringLiteral("Wrap"));
     wrapCheck_->setToolTip(QStringLiteral("Wrap long log messages instead of truncating"));
+    wrapCheck_->setAccessibleDescription(wrapCheck_->toolTip());
     connect(wrapCheck_, &QCheckBox::toggled, this, &LogViewer::toggleWrap);
+
+    detailsCheck_ = new QCheckBox(QStringLiteral("Details"), window_);
+    detailsCheck_->setObjectName(QStringLiteral("detailsCheck"));
+    detailsCheck_->setToolTip(QStringLiteral("Show every field of the selected line"));
+    detailsCheck_->setChecked(true);
+
+    auto* previous = problemButton(window_, Qt::UpArrow, "previousProblemButton",
+                                   QStringLiteral("Previous error or warning"),
+                                   QKeySequence(Qt::SHIFT | Qt::Key_F8));
+    connect(previous, &QToolButton::clicked, this,
+            [this] { jumpToProblem(RowDirection::backward); });
+    auto* next = problemButton(window_, Qt::DownArrow, "nextProblemButton",
+                               QStringLiteral("Next error or warning"), QKeySequence(Qt::Key_F8));
+    connect(next, &QToolButton::clicked, this, [this] { jumpToProblem(RowDirection::forward); });
 
     auto* reload = new QPushButton(QStringLiteral("Reload"), window_);
     reload->setObjectName(QStringLiteral("reloadButton"));
-    connect(reload, &QPushButton::clicked, this, [this] { loadSelected(true); });
+    connect(reload, &QPushButton::clicked, this, &LogViewer::reloadCurrent);
 
     auto* openFolder = new QPushButton(QStringLiteral("Open Folder"), window_);
     openFolder->setObjectName(QStringLiteral("openFolderButton"));
     connect(openFolder, &QPushButton::clicked, this, &LogViewer::revealCurrent);
 
-    auto* toolBar = new QHBoxLayout;
-    toolBar->setSpacing(8);
-    toolBar->addWidget(new QLabel(QStringLiteral("Log:"), window_), 0, Qt::AlignVCenter);
-    toolBar->addWidget(logPopup_, 0, Qt::AlignVCenter);
-    toolBar->addWidget(new QLabel(QStringLiteral("Level:"), window_), 0, Qt::AlignVCenter);
-    toolBar->addWidget(levelPopup_, 0, Qt::AlignVCenter);
-    toolBar->addWidget(searchField_, 1, Qt::AlignVCenter);
-    toolBar->addWidget(followCheck_, 0, Qt::AlignVCenter);
-    toolBar->addWidget(wrapCheck_, 0, Qt::AlignVCenter);
-    toolBar->addWidget(reload, 0, Qt::AlignVCenter);
-    toolBar->addWidget(openFolder, 0, Qt::AlignVCenter);
+    auto* exportButton = new QPushButton(QStringLiteral("Export\u2026"), window_);
+    exportButton->setObjectName(QStringLiteral("exportButton"));
+    exportButton->setToolTip(QStringLiteral("Save the rows shown, as logged or as CSV"));
+    connect(exportButton, &QPushButton::clicked, this, [this] {
+        const QString base = QFileInfo(currentPath_).completeBaseName();
+        exporter_->chooseFile((base.isEmpty() ? QStringLiteral("varnel") : base) +
+                              QStringLiteral("-rows.log"));
+    });
 
+    auto* row = new QHBoxLayout;
+    row->setSpacing(8);
+    for (QWidget* widget : {static_cast<QWidget*>(followCheck_), static_cast<QWidget*>(wrapCheck_),
+                            static_cast<QWidget*>(detailsCheck_)})
+        row->addWidget(widget, 0, Qt::AlignVCenter);
+    row->addSpacing(8);
+    row->addWidget(previous, 0, Qt::AlignVCenter);
+    row->addWidget(next, 0, Qt::AlignVCenter);
+    row->addStretch(1);
+    for (QWidget* widget : {static_cast<QWidget*>(reload), static_cast<QWidget*>(openFolder),
+                            static_cast<QWidget*>(exportButton)})
+        row->addWidget(widget, 0, Qt::AlignVCenter);
+    return row;
+}
+
+QWidget* LogViewer::buildTableAndDetails() {
+    buildTable();
+    detailPane_ = new RowDetailPane(window_);
+    detailPane_->setObjectName(QStringLiteral("detailPane"));
+    detailPane_->setAccessibleName(QStringLiteral("Line details"));
+    connect(detailsCheck_, &QCheckBox::toggled, this, [this](bool on) {
+        detailPane_->setVisible(on);
+        updateDetail();
+    });
+
+    exporter_ = new RowExporter(window_, [this](ExportFormat format) {
+        return exportRows(model_->rows(), model_->shown(), format);
+    });
+
+    auto* splitter = new QSplitter(Qt::Vertical, window_);
+    splitter->setChildrenCollapsible(false);
+    splitter->addWidget(table_);
+    splitter->addWidget(detailPane_);
+    splitter->setStretchFactor(0, 1);
+    splitter->setSizes({440, 120});
+    return splitter;
+}
+
+void LogViewer::buildTable() {
     model_ = new LogTableModel(this);
     delegate_ = new LogCellDelegate(*layout_, LogTableModel::messageColumn, this);
     table_ = new LogTableView(window_);
     table_->setObjectName(QStringLiteral("table"));
+    table_->setAccessibleName(QStringLiteral("Log lines"));
     table_->setModel(model_);
     table_->setItemDelegate(delegate_);
     table_->setAlternatingRowColors(true);
@@ -190,6 +311,7 @@ void LogViewer::build() {
     table_->setTabKeyNavigation(false);
     table_->setCornerButtonEnabled(false);
     table_->installEventFilter(this);
+    table_->viewport()->installEventFilter(this);
 
     QHeaderView* rowsHeader = table_->verticalHeader();
     rowsHeader->hide();
@@ -211,8 +333,18 @@ void LogViewer::build() {
         else if (wrapEnabled_)
             heightTimer_->start();
     });
-    table_->viewport()->installEventFilter(this);
 
+    connect(table_->verticalScrollBar(), &QScrollBar::valueChanged, this, [this] {
+        if (newRows_ > 0 && viewAtEnd()) setNewRows(0);
+    });
+    QItemSelectionModel* selection = table_->selectionModel();
+    connect(selection, &QItemSelectionModel::selectionChanged, this, &LogViewer::updateDetail);
+    connect(selection, &QItemSelectionModel::currentChanged, this, &LogViewer::updateDetail);
+    // A row that gains folded lines while selected changes what it details.
+    connect(model_, &QAbstractItemModel::dataChanged, this, &LogViewer::updateDetail);
+}
+
+QLayout* LogViewer::buildStatusRow() {
     statusLabel_ = new MiddleElidedLabel(window_);
     statusLabel_->setObjectName(QStringLiteral("statusLine"));
     QFont statusFont = QApplication::font();
@@ -222,37 +354,53 @@ void LogViewer::build() {
     statusPalette.setColor(QPalette::WindowText, resolve(SystemColor::secondaryLabel));
     statusLabel_->setPalette(statusPalette);
 
-    auto* content = new QVBoxLayout(window_);
-    content->setContentsMargins(12, 10, 12, 8);
-    content->setSpacing(0);
-    content->addLayout(toolBar);
-    content->addSpacing(10);
-    content->addWidget(table_, 1);
-    content->addSpacing(6);
-    content->addWidget(statusLabel_);
+    // A link, not a button: the status row must not grow when it appears.
+    newRowsNotice_ = new QLabel(window_);
+    newRowsNotice_->setObjectName(QStringLiteral("newRowsNotice"));
+    newRowsNotice_->setFont(statusFont);
+    newRowsNotice_->setTextInteractionFlags(Qt::LinksAccessibleByMouse |
+                                            Qt::LinksAccessibleByKeyboard);
+    newRowsNotice_->setToolTip(QStringLiteral("Go to the newest row and follow it again"));
+    newRowsNotice_->hide();
+    connect(newRowsNotice_, &QLabel::linkActivated, this, &LogViewer::scrollToEnd);
 
-    window_->resize(1000, 600);
-    if (const QScreen* screen = window_->screen())
-        window_->move(screen->availableGeometry().center() - window_->rect().center());
+    auto* row = new QHBoxLayout;
+    row->setSpacing(8);
+    row->addWidget(statusLabel_, 1);
+    row->addWidget(newRowsNotice_);
+    return row;
+}
+
+void LogViewer::buildKeysAndMenu() {
+    auto onKey = [this](const QKeySequence& key, auto slot) {
+        connect(new QShortcut(key, window_), &QShortcut::activated, this, slot);
+    };
+    onKey(QKeySequence::Find, [this] {
+        searchField_->setFocus(Qt::ShortcutFocusReason);
+        searchField_->selectAll();
+    });
+    onKey(QKeySequence(Qt::Key_Escape), &LogViewer::escapePressed);
+    // Qt::CTRL is the Command key on macOS.
+    onKey(QKeySequence(Qt::CTRL | Qt::Key_W), [this] { window_->close(); });
+    onKey(QKeySequence(Qt::Key_F8), [this] { jumpToProblem(RowDirection::forward); });
+    onKey(QKeySequence(Qt::SHIFT | Qt::Key_F8), [this] { jumpToProblem(RowDirection::backward); });
+
+    rowMenu_ = new QMenu(table_);
+    rowMenu_->setObjectName(QStringLiteral("rowMenu"));
+    QAction* copy = rowMenu_->addAction(QStringLiteral("Copy"), this, &LogViewer::copySelection);
+    copy->setShortcut(QKeySequence::Copy);
+    copy->setShortcutVisibleInContextMenu(true);
+    rowMenu_->addAction(QStringLiteral("Copy Message"), this, &LogViewer::copyMessages);
+    table_->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(table_, &QWidget::customContextMenuRequested, this, [this](const QPoint& at) {
+        if (table_->selectionModel()->hasSelection())
+            rowMenu_->popup(table_->viewport()->mapToGlobal(at));
+    });
 }
 
 void LogViewer::show(const std::optional<QString>& path) {
     if (!window_) build();
-    sources_ = LogRegistry::discover();
-    {
-        const QSignalBlocker quiet(logPopup_);
-        logPopup_->clear();
-        if (sources_.isEmpty()) {
-            logPopup_->addItem(QStringLiteral("No logs found"));
-        } else {
-            for (const LogSource& source : sources_) logPopup_->addItem(source.title);
-            const auto match =
-                std::find_if(sources_.cbegin(), sources_.cend(),
-                             [&](const LogSource& s) { return path && s.path == *path; });
-            logPopup_->setCurrentIndex(match == sources_.cend() ? 0
-                                                                : int(match - sources_.cbegin()));
-        }
-    }
+    refreshSources(path);
     loadSelected(false);
 
     window_->show();
@@ -264,19 +412,38 @@ void LogViewer::show(const std::optional<QString>& path) {
     scrollToEnd();
 }
 
-void LogViewer::loadSelected(bool preserveScroll) {
+void LogViewer::refreshSources(const std::optional<QString>& path) {
+    sources_ = LogRegistry::discover();
+    const QSignalBlocker quiet(logPopup_);
+    logPopup_->clear();
+    if (sources_.isEmpty()) {
+        logPopup_->addItem(QStringLiteral("No logs found"));
+        return;
+    }
+    for (const LogSource& source : sources_) logPopup_->addItem(source.title);
+    const auto match = std::find_if(sources_.cbegin(), sources_.cend(),
+                                    [&](const LogSource& s) { return path && s.path == *path; });
+    logPopup_->setCurrentIndex(match == sources_.cend() ? 0 : int(match - sources_.cbegin()));
+}
+
+QString LogViewer::selectedSourcePath() const {
     const int index = logPopup_->currentIndex();
-    if (sources_.isEmpty() || index < 0 || index >= sources_.size()) {
+    return index >= 0 && index < sources_.size() ? sources_[index].path : QString();
+}
+
+void LogViewer::loadSelected(bool preserveScroll) {
+    const QString path = selectedSourcePath();
+    if (path.isEmpty()) {
         rows_ = LogRows();
         currentPath_.clear();
         truncated_ = false;
         heightCacheWidth_ = -1;
         model_->setContent(rows_, {});
+        setNewRows(0);
         statusLabel_->setText(QStringLiteral("No Varnel logs found yet."));
         return;
     }
-    const QString previousPath = currentPath_;
-    currentPath_ = sources_[index].path;
+    const QString previousPath = std::exchange(currentPath_, path);
     follow_ = LogFollow(currentPath_, tailBytes);
     follow_.load();
     truncated_ = follow_.truncated();
@@ -286,44 +453,74 @@ void LogViewer::loadSelected(bool preserveScroll) {
     applyFilter(!preserveScroll);
 }
 
+void LogViewer::reloadCurrent() {
+    // Logs that appeared since the window opened join the list; the log and
+    // the rows chosen stay chosen.
+    const QString path = currentPath_;
+    refreshSources(path.isEmpty() ? std::nullopt : std::optional<QString>(path));
+    if (!path.isEmpty() && selectedSourcePath() == path && follow_.path() == path)
+        bringUpToDate(false);
+    else
+        loadSelected(selectedSourcePath() == path);
+}
+
 void LogViewer::followSelected() {
-    const int index = logPopup_->currentIndex();
-    if (sources_.isEmpty() || index < 0 || index >= sources_.size() ||
-        sources_[index].path != follow_.path()) {
+    if (selectedSourcePath() != follow_.path() || follow_.path().isEmpty()) {
         loadSelected(false);
         return;
     }
+    bringUpToDate(true);
+}
+
+void LogViewer::bringUpToDate(bool followEnd) {
+    const bool toEnd = followEnd && viewAtEnd();
+    // The row at the top stays there, wherever rows come and go.
+    const int topTableRow = table_->rowAt(0);
+    const qsizetype topRow = topTableRow >= 0 ? model_->shown().at(topTableRow) : -1;
+    const int intoTopRow = topTableRow >= 0 ? -table_->rowViewportPosition(topTableRow) : 0;
+
     const LogFollowChange change = follow_.update();
+    if (change.kind == LogFollowChange::Kind::nothing) return;
+    truncated_ = follow_.truncated();
     if (change.kind == LogFollowChange::Kind::reloaded) {
-        truncated_ = follow_.truncated();
         rows_ = follow_.rows();
         heightCacheWidth_ = -1;
-        applyFilter(true);
+        applyFilter(toEnd);
         return;
     }
-    if (change.kind == LogFollowChange::Kind::grown) {
-        // Wrapped heights already measured stay with their rows.
-        if (heightCacheWidth_ >= 0 && heightCache_.size() == rows_.size()) {
-            heightCache_.remove(0, change.dropped);
-            heightCache_.insert(0, change.rederived, -1);
-            if (change.lastChanged && !heightCache_.isEmpty()) heightCache_.last() = -1;
-            heightCache_.append(QList<int>(change.added, -1));
-        } else {
-            heightCacheWidth_ = -1;
-        }
-        truncated_ = follow_.truncated();
-        rows_ = follow_.rows();
-        // The search and the level do not change during a tick, so only the
-        // new rows need a look.
-        const RowFilter filter = rowFilter();
-        model_->applyGrowth(rows_, change, [&](const LogRows& rows, qsizetype from, qsizetype to) {
-            return filterRows(rows, filter, from, to);
-        });
-        updateRowHeights();
-        statusLabel_->setText(
-            statusLine(model_->shown().size(), rows_.size(), truncated_, currentPath_));
+    // Wrapped heights already measured stay with their rows.
+    if (heightCacheWidth_ >= 0 && heightCache_.size() == rows_.size()) {
+        heightCache_.remove(0, change.dropped);
+        heightCache_.insert(0, change.rederived, -1);
+        if (change.lastChanged && !heightCache_.isEmpty()) heightCache_.last() = -1;
+        heightCache_.append(QList<int>(change.added, -1));
+    } else {
+        heightCacheWidth_ = -1;
     }
-    scrollToEnd();
+    rows_ = follow_.rows();
+    // The search and the level have not changed, so only new rows need a look.
+    const RowFilter filter = rowFilter();
+    model_->applyGrowth(rows_, change, [&](const LogRows& rows, qsizetype from, qsizetype to) {
+        return filterRows(rows, filter, from, to);
+    });
+    updateRowHeights();
+    statusLabel_->setText(
+        statusLine(model_->shown().size(), rows_.size(), truncated_, currentPath_));
+    if (toEnd) {
+        scrollToEnd();
+        return;
+    }
+    if (topRow >= change.dropped) {
+        const int row =
+            tableRowAtOrAfter(model_->shown(), topRow - change.dropped + change.rederived);
+        if (row >= 0)
+            table_->verticalScrollBar()->setValue(table_->verticalHeader()->sectionPosition(row) +
+                                                  intoTopRow);
+    }
+    const qsizetype firstNew = rows_.size() - change.added;
+    const int firstNewRow = tableRowAtOrAfter(model_->shown(), firstNew);
+    if (firstNewRow >= 0 && !viewAtEnd())
+        setNewRows(newRows_ + model_->shown().size() - firstNewRow);
 }
 
 RowFilter LogViewer::rowFilter() const {
@@ -346,6 +543,8 @@ void LogViewer::applyFilter(bool scrollToEnd) {
     if (!selected.isEmpty())
         table_->selectionModel()->select(rowsIn(model_->shown(), selected, model_),
                                          QItemSelectionModel::Select);
+    // The rows below are counted afresh by the next look at the log.
+    setNewRows(0);
     if (scrollToEnd)
         this->scrollToEnd();
     else
@@ -375,8 +574,12 @@ void LogViewer::updateRowHeights() {
     const QList<qsizetype>& shown = model_->shown();
     for (int row = 0; row < shown.size(); ++row) {
         int& height = heightCache_[shown[row]];
-        if (height < 0)
-            height = RowHeight::wrapped(layout_->measure(model_->rowAt(row).message, box));
+        if (height < 0) {
+            // What the cell draws: the head of a long message and its count.
+            const CellText cell = cellText(model_->rowAt(row).message);
+            height = RowHeight::wrapped(cell.more == 0 ? layout_->measure(cell.head, box)
+                                                       : layout_->measure(cell.toString(), box));
+        }
         if (height != oneLine) header->resizeSection(row, height);
     }
     header->setUpdatesEnabled(true);
@@ -410,6 +613,20 @@ void LogViewer::fitMessageColumn() {
 void LogViewer::scrollToEnd() {
     table_->syncGeometry();
     if (model_->rowCount() > 0) table_->scrollToBottom();
+    setNewRows(0);
+}
+
+bool LogViewer::viewAtEnd() const {
+    const QScrollBar* bar = table_->verticalScrollBar();
+    return bar->value() >= bar->maximum();
+}
+
+void LogViewer::setNewRows(qsizetype count) {
+    newRows_ = count;
+    if (count > 0)
+        newRowsNotice_->setText(
+            QStringLiteral("<a href=\"end\">%1</a>").arg(newRowsText(count).toHtmlEscaped()));
+    newRowsNotice_->setVisible(count > 0);
 }
 
 void LogViewer::toggleWrap() {
@@ -435,15 +652,71 @@ void LogViewer::windowClosed() {
     followCheck_->setChecked(false);
 }
 
+void LogViewer::escapePressed() {
+    if (!searchField_->text().isEmpty())
+        searchField_->clear();
+    else
+        window_->close();
+}
+
+QList<int> LogViewer::selectedTableRows() const {
+    QList<int> rows;
+    for (const QModelIndex& index : table_->selectionModel()->selectedRows())
+        rows.append(index.row());
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
 void LogViewer::copySelection() {
-    QModelIndexList picked = table_->selectionModel()->selectedRows();
+    const QList<int> picked = selectedTableRows();
     if (picked.isEmpty()) return;
-    std::sort(picked.begin(), picked.end(),
-              [](const QModelIndex& a, const QModelIndex& b) { return a.row() < b.row(); });
     QStringList lines;
     lines.reserve(picked.size());
-    for (const QModelIndex& index : picked) lines.append(model_->rowAt(index.row()).raw.toString());
+    for (const int row : picked) lines.append(model_->rowAt(row).raw.toString());
     QGuiApplication::clipboard()->setText(lines.join(u'\n'));
+}
+
+void LogViewer::copyMessages() {
+    const QList<int> picked = selectedTableRows();
+    if (picked.isEmpty()) return;
+    QStringList messages;
+    messages.reserve(picked.size());
+    for (const int row : picked) messages.append(model_->rowAt(row).message.toString());
+    QGuiApplication::clipboard()->setText(messages.join(u'\n'));
+}
+
+void LogViewer::jumpToProblem(RowDirection direction) {
+    const QModelIndex current = table_->currentIndex();
+    // Without a current row, from the edge of what is on screen.
+    qsizetype from = current.row();
+    if (!current.isValid()) {
+        const int edge = direction == RowDirection::forward
+                             ? table_->rowAt(0)
+                             : table_->rowAt(table_->viewport()->height() - 1);
+        from = edge < 0 ? (direction == RowDirection::forward ? -1 : model_->rowCount())
+                        : edge + (direction == RowDirection::forward ? -1 : 1);
+    }
+    const qsizetype row = nextProblemRow(model_->rows(), model_->shown(), from, direction);
+    if (row < 0) {
+        QApplication::beep();
+        return;
+    }
+    // Not selectRow(): with Shift+F8 held it would extend the selection.
+    const QModelIndex target = model_->index(int(row), 0);
+    table_->selectionModel()->setCurrentIndex(
+        target, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    table_->scrollTo(target);
+}
+
+void LogViewer::updateDetail() {
+    if (!detailPane_ || !detailPane_->isVisibleTo(window_)) return;
+    const QModelIndex current = table_->currentIndex();
+    int row = -1;
+    if (current.isValid() && table_->selectionModel()->isRowSelected(current.row()))
+        row = current.row();
+    else if (const QList<int> picked = selectedTableRows(); !picked.isEmpty())
+        row = picked.first();
+    detailPane_->showRow(row >= 0 ? std::optional(model_->rowAt(row)) : std::nullopt);
 }
 
 bool LogViewer::eventFilter(QObject* watched, QEvent* event) {
@@ -451,16 +724,10 @@ bool LogViewer::eventFilter(QObject* watched, QEvent* event) {
         windowClosed();
     } else if (table_ && watched == table_->viewport() && event->type() == QEvent::Resize) {
         fitMessageColumn();
-    } else if (event->type() == QEvent::KeyPress) {
-        auto* key = static_cast<QKeyEvent*>(event);
-        if (watched == searchField_ && key->key() == Qt::Key_Escape) {
-            searchField_->clear();
-            return true;
-        }
-        if (watched == table_ && key->matches(QKeySequence::Copy)) {
-            copySelection();
-            return true;
-        }
+    } else if (table_ && watched == table_ && event->type() == QEvent::KeyPress &&
+               static_cast<QKeyEvent*>(event)->matches(QKeySequence::Copy)) {
+        copySelection();
+        return true;
     }
     return QObject::eventFilter(watched, event);
 }

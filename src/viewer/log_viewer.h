@@ -2,7 +2,6 @@
 
 #include <QList>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <memory>
 #include <optional>
@@ -11,14 +10,17 @@
 #include "logs/log_follow.h"
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
+#include "logs/row_navigation.h"
 
 class QCheckBox;
 class QComboBox;
+class QEvent;
 class QLabel;
+class QLayout;
 class QLineEdit;
+class QMenu;
 class QTimer;
 class QWidget;
-class QEvent;
 
 namespace varnel {
 
@@ -26,12 +28,17 @@ class LogCellDelegate;
 class LogTableModel;
 class LogTableView;
 class MessageLayout;
+class RowDetailPane;
+class RowExporter;
 
 // The one log window, "Varnel Logs": the tail of one of the suite's logs as a
 // table of time, level, source and message, with a level filter, a live search,
-// Follow, Wrap, Reload and Open Folder. Built on the first show() and kept when
-// closed. Children carry object names (logPopup, levelPopup, searchField,
-// followCheck, wrapCheck, reloadButton, openFolderButton, table, statusLine,
+// Follow, Wrap, a detail pane for the selected row, jumps between errors and
+// warnings, Reload, Open Folder and Export. Built on the first show() and kept
+// when closed. Children carry object names (logPopup, levelPopup, searchField,
+// followCheck, wrapCheck, detailsCheck, previousProblemButton,
+// nextProblemButton, reloadButton, openFolderButton, exportButton, table,
+// detailPane, statusLine, newRowsNotice, rowMenu, exportDialog, exportError,
 // followTimer) so tests and tools can find them.
 class LogViewer : public QObject {
     Q_OBJECT
@@ -52,9 +59,25 @@ protected:
 
 private:
     void build();
+    QLayout* buildChoosers();
+    QLayout* buildModesAndActions();
+    QWidget* buildTableAndDetails();
+    void buildTable();
+    QLayout* buildStatusRow();
+    void buildKeysAndMenu();
+
+    // Lists the logs again and selects the one at `path` (else the first),
+    // without loading it.
+    void refreshSources(const std::optional<QString>& path);
+    QString selectedSourcePath() const;
     void loadSelected(bool preserveScroll);
-    // A Follow tick: what a load would show now, at the cost of what changed.
+    void reloadCurrent();
+    // A Follow tick.
     void followSelected();
+    // What a load would show now, at the cost of what changed. The view stays
+    // on the rows it shows unless it was at the end and `followEnd` is set;
+    // rows that arrive below a view left elsewhere are counted for the notice.
+    void bringUpToDate(bool followEnd);
     void applyFilter(bool scrollToEnd);
     // The chosen level and search; any level when nothing is chosen.
     RowFilter rowFilter() const;
@@ -62,7 +85,12 @@ private:
     void toggleFollow();
     void revealCurrent();
     void windowClosed();
+    void escapePressed();
+
     void copySelection();
+    void copyMessages();
+    void jumpToProblem(RowDirection direction);
+    void updateDetail();
 
     // Row heights for the shown rows and the message column's width; cheap
     // when not wrapping. Leaves the scroll position to the caller.
@@ -71,8 +99,12 @@ private:
     // its end or on the row at its top.
     void relayoutRows();
     void scrollToEnd();
+    bool viewAtEnd() const;
+    void setNewRows(qsizetype count);
     // Gives the message column whatever width the other columns leave.
     void fitMessageColumn();
+    // Table rows in the order the user sees them.
+    QList<int> selectedTableRows() const;
 
     std::unique_ptr<MessageLayout> layout_;
     QWidget* window_ = nullptr;  // owned: deleted with the viewer
@@ -81,8 +113,13 @@ private:
     QLineEdit* searchField_ = nullptr;
     QCheckBox* followCheck_ = nullptr;
     QCheckBox* wrapCheck_ = nullptr;
+    QCheckBox* detailsCheck_ = nullptr;
     QLabel* statusLabel_ = nullptr;
+    QLabel* newRowsNotice_ = nullptr;
     LogTableView* table_ = nullptr;
+    RowDetailPane* detailPane_ = nullptr;
+    RowExporter* exporter_ = nullptr;
+    QMenu* rowMenu_ = nullptr;
     LogTableModel* model_ = nullptr;
     LogCellDelegate* delegate_ = nullptr;
     QTimer* followTimer_ = nullptr;
@@ -94,6 +131,7 @@ private:
     QString currentPath_;
     bool truncated_ = false;
     bool wrapEnabled_ = false;
+    qsizetype newRows_ = 0;
 
     // Wrapped heights of rows_ (by index in rows_), valid for one box width.
     QList<int> heightCache_;

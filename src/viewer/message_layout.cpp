@@ -3,6 +3,7 @@
 #include <QFontMetricsF>
 #include <QPainter>
 #include <QTextLayout>
+#include <algorithm>
 
 namespace varnel {
 
@@ -69,6 +70,13 @@ MessageLayout::MessageLayout(const QFont& font) : font_(font) {
     lineHeight_ = layOut(probe, 1e6);
 }
 
+MessageLayout::~MessageLayout() = default;
+
+struct MessageLayout::LaidOut {
+    QTextLayout layout;
+    double height = 0;
+};
+
 double MessageLayout::measure(QStringView text, double width) const {
     // A margin of one pixel keeps rounding inside the layout from ever
     // disagreeing with the product on a line that just fits.
@@ -80,12 +88,20 @@ double MessageLayout::measure(QStringView text, double width) const {
     return layOut(layout, width);
 }
 
-void MessageLayout::draw(QPainter* painter, const QRectF& box, QStringView text) const {
-    QTextLayout layout(prepared(text), font_);
-    layOut(layout, box.width());
+void MessageLayout::draw(QPainter* painter, const QRectF& cell, double width,
+                         const QString& text) const {
+    const Key key{text, width};
+    LaidOut* laid = laidOut_.object(key);
+    if (!laid) {
+        laid = new LaidOut{QTextLayout(prepared(text), font_), 0};
+        laid->height = layOut(laid->layout, width);
+        laidOut_.insert(key, laid);
+    }
+    const QPointF origin(cell.left(),
+                         cell.top() + std::max(0.0, (cell.height() - laid->height) / 2));
     painter->save();
-    painter->setClipRect(box, Qt::IntersectClip);
-    layout.draw(painter, box.topLeft());
+    painter->setClipRect(cell, Qt::IntersectClip);
+    laid->layout.draw(painter, origin);
     painter->restore();
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
@@ -9,24 +10,34 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QFontDatabase>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
+#include <QMessageBox>
+#include <QPainter>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTableView>
 #include <QTemporaryDir>
+#include <QTest>
+#include <QTextDocument>
 #include <QThread>
 #include <QTimer>
+#include <QToolButton>
 #include <functional>
+#include <tuple>
 
 #include "logs/row_height.h"
 #include "platform/file_reveal.h"
 #include "platform/sandbox.h"
 #include "ui/system_palette.h"
+#include "viewer/log_cell_delegate.h"
 #include "viewer/log_table_model.h"
 #include "viewer/message_layout.h"
 
@@ -163,25 +174,10 @@ TEST_F(LogViewerTest, LevelAndSearchNarrowTheTableColourItAndSurviveAnotherShow)
     writeLog(agentOut, log);
     viewer.show();
     const QAbstractItemModel* model = table()->model();
-    auto colours = [&](int row) {
-        QList<QColor> out;
-        for (int c = 0; c < 4; ++c)
-            out.append(model->index(row, c).data(Qt::ForegroundRole).value<QColor>());
-        return out;
-    };
-    const QColor grey = resolve(SystemColor::secondaryLabel);
-    const QColor red = resolve(SystemColor::red);
-    EXPECT_EQ(colours(1), (QList<QColor>{grey, resolve(SystemColor::orange), grey,
-                                         resolve(SystemColor::label)}));
-    EXPECT_EQ(colours(2), (QList<QColor>{grey, red, grey, red}));
     EXPECT_EQ(model->index(2, 3).data(Qt::ToolTipRole).toString(),
-              QStringLiteral("2024-05-01 10:00:02 [tls] ERROR handshake failed\n"
-                             "    at tls.Handshake(conn:12)"));
-    // Copy gives the lines as logged, not as the table shows them.
-    table()->selectAll();
-    QKeyEvent copy(QEvent::KeyPress, Qt::Key_C, Qt::ControlModifier);
-    QApplication::sendEvent(table(), &copy);
-    EXPECT_EQ(QGuiApplication::clipboard()->text(), log.chopped(1));
+              Qt::convertFromPlainText(QStringLiteral("2024-05-01 10:00:02 [tls] ERROR handshake "
+                                                      "failed\n    at tls.Handshake(conn:12)"),
+                                       Qt::WhiteSpacePre));
 
     auto* levels = child<QComboBox>("levelPopup");
     auto* search = child<QLineEdit>("searchField");
@@ -202,11 +198,6 @@ TEST_F(LogViewerTest, LevelAndSearchNarrowTheTableColourItAndSurviveAnotherShow)
     EXPECT_EQ(levels->currentText(), QStringLiteral("ERROR"));
     EXPECT_EQ(search->text(), QStringLiteral("tls"));
     EXPECT_EQ(rows(), 1);
-
-    QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
-    QApplication::sendEvent(search, &escape);
-    EXPECT_EQ(search->text(), QString());
-    EXPECT_EQ(status(), QStringLiteral("1 of 4 lines · ") + agentOut);  // ERROR alone
 }
 
 TEST_F(LogViewerTest, FollowAddsWhatWasAppendedWithoutResettingTheTableUntilClosed) {
@@ -238,6 +229,24 @@ TEST_F(LogViewerTest, FollowAddsWhatWasAppendedWithoutResettingTheTableUntilClos
     EXPECT_GT(table()->verticalScrollBar()->value(), 0);
     EXPECT_TRUE(lastRowVisible());
 
+    // Scrolled up to read, the view stays and the new rows are counted until
+    // the user is back at the end, where following resumes.
+    QScrollBar* bar = table()->verticalScrollBar();
+    auto* notice = child<QLabel>("newRowsNotice");
+    bar->setValue(17);
+    writeLog(agentOut, numberedLines(85, 30, "ERROR"), true);
+    ASSERT_TRUE(waitFor([&] { return rows() == 91; }));
+    writeLog(agentOut, numberedLines(115, 1, "ERROR"), true);
+    ASSERT_TRUE(waitFor([&] { return rows() == 92; }));
+    EXPECT_EQ(bar->value(), 17);
+    EXPECT_TRUE(notice->isVisibleTo(viewer.window()));
+    EXPECT_TRUE(notice->text().contains(QStringLiteral(">31 new rows \u2193<")));
+    bar->setValue(bar->maximum());
+    EXPECT_FALSE(notice->isVisibleTo(viewer.window()));
+    writeLog(agentOut, numberedLines(116, 40, "ERROR"), true);
+    ASSERT_TRUE(waitFor([&] { return rows() == 132; }));
+    EXPECT_TRUE(lastRowVisible());
+
     // A file cut short is read whole again.
     writeLog(agentOut, QStringLiteral("2024-05-01 12:00:00 ERROR fresh\n"));
     ASSERT_TRUE(waitFor([&] { return rows() == 1 && cell(0, 3) == QStringLiteral("fresh"); }));
@@ -245,12 +254,6 @@ TEST_F(LogViewerTest, FollowAddsWhatWasAppendedWithoutResettingTheTableUntilClos
     EXPECT_EQ(status(), QStringLiteral("1 of 1 lines · ") + agentOut);
 
     viewer.window()->close();
-    EXPECT_FALSE(timer->isActive());
-    writeLog(agentOut, numberedLines(0, 5, "ERROR"), true);
-    waitFor([] { return false; }, 100);
-    EXPECT_EQ(rows(), 1);
-    viewer.show();
-    EXPECT_FALSE(child<QCheckBox>("followCheck")->isChecked());
     EXPECT_FALSE(timer->isActive());
 }
 
@@ -267,8 +270,14 @@ TEST_F(LogViewerTest, ReloadReadsAgainWithoutMovingTheView) {
     table()->selectRow(table()->rowAt(0) + 1);
     const QString selectedLine = cell(selectedRows().value(0), 3);
 
+    // A log that appeared since is offered; the log and the rows chosen stay.
     writeLog(agentOut, numberedLines(500, 20), true);
+    writeLog(QStringLiteral("/var/log/ostrel/appeared.log"), numberedLines(0, 1));
+    auto* popup = child<QComboBox>("logPopup");
+    ASSERT_EQ(popup->count(), 1);
     child<QPushButton>("reloadButton")->click();
+    EXPECT_EQ(popup->count(), 2);
+    EXPECT_EQ(popup->currentIndex(), 0);
     EXPECT_EQ(rows(), 520);
     EXPECT_EQ(bar->value(), middle);
     ASSERT_EQ(selectedRows().size(), 1);
@@ -314,6 +323,190 @@ TEST_F(LogViewerTest, WrapGrowsLongRowsByTheMessageColumnsWidth) {
     EXPECT_EQ(cell(0, 3), QStringLiteral("intercepted upstream"));
     wrap->setChecked(true);
     EXPECT_EQ(t->rowHeight(0), RowHeight::wrapped(2 * layout.lineHeight()));
+}
+
+TEST_F(LogViewerTest, KeysSearchJumpAndCloseAndTheRowMenuCopies) {
+    writeLog(agentOut, numberedLines(0, 3) + numberedLines(3, 1, "WARN") + numberedLines(4, 3) +
+                           numberedLines(7, 1, "FATAL"));
+    viewer.show();
+    QWidget* window = viewer.window();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    auto* search = child<QLineEdit>("searchField");
+    QTest::keyClick(table(), Qt::Key_F, Qt::ControlModifier);
+    EXPECT_TRUE(search->hasFocus());
+
+    // From the top of the screen, then from the current row, either way.
+    table()->scrollToTop();
+    QTest::keyClick(search, Qt::Key_F8);
+    child<QToolButton>("nextProblemButton")->click();
+    EXPECT_EQ(selectedRows(), QList<int>{7});
+    QTest::keyClick(search, Qt::Key_F8, Qt::ShiftModifier);
+    EXPECT_EQ(selectedRows(), QList<int>{3});
+
+    for (const int row : {7, 3})
+        table()->selectionModel()->select(table()->model()->index(row, 0),
+                                          QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    const QList<QAction*> menu = table()->findChild<QMenu*>(QStringLiteral("rowMenu"))->actions();
+    menu.value(1)->trigger();
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), QStringLiteral("line 3\nline 7"));
+    menu.value(0)->trigger();
+    EXPECT_EQ(QGuiApplication::clipboard()->text(),
+              QStringLiteral("2024-05-01 10:00:00 WARN line 3\n2024-05-01 10:00:00 FATAL line 7"));
+
+    // Escape empties the search, and only then closes (and stops following).
+    child<QCheckBox>("followCheck")->setChecked(true);
+    search->setText(QStringLiteral("line"));
+    QTest::keyClick(search, Qt::Key_Escape);
+    EXPECT_TRUE(search->text().isEmpty() && window->isVisible());
+    QTest::keyClick(search, Qt::Key_Escape);
+    EXPECT_FALSE(window->isVisible() || child<QCheckBox>("followCheck")->isChecked());
+    viewer.show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window));
+    QTest::keyClick(table(), Qt::Key_W, Qt::ControlModifier);
+    EXPECT_FALSE(window->isVisible());
+}
+
+TEST_F(LogViewerTest, ALineWithoutBreakPointsIsCutInTheTableAndWholeInDetailsAndCopy) {
+    const QString blob(200'000, u'f');
+    writeLog(agentOut, QStringLiteral("2024-05-01 10:00:01 ERROR ") + blob + u'\n');
+    viewer.show();
+    child<QCheckBox>("wrapCheck")->setChecked(true);
+    EXPECT_EQ(cell(0, 3), blob.first(2000) + QStringLiteral(" … 198000 more characters"));
+    const MessageLayout layout(logCellFont());
+    EXPECT_TRUE(waitFor([&] {
+        const double box = RowHeight::wrapBoxWidth(table()->columnWidth(3));
+        return table()->rowHeight(0) == RowHeight::wrapped(layout.measure(cell(0, 3), box));
+    }));
+    EXPECT_LT(table()->model()->index(0, 3).data(Qt::ToolTipRole).toString().size(), 4000);
+
+    auto* details = child<QPlainTextEdit>("detailPane");
+    EXPECT_TRUE(details->toPlainText().isEmpty());
+    table()->selectRow(0);
+    EXPECT_TRUE(details->toPlainText().startsWith(QStringLiteral("time     2024-05-01 10:00:01")));
+    EXPECT_TRUE(details->toPlainText().endsWith(blob));
+    QKeyEvent copy(QEvent::KeyPress, Qt::Key_C, Qt::ControlModifier);
+    QApplication::sendEvent(table(), &copy);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(),
+              QStringLiteral("2024-05-01 10:00:01 ERROR ") + blob);
+    child<QCheckBox>("detailsCheck")->setChecked(false);
+    EXPECT_FALSE(details->isVisibleTo(viewer.window()));
+}
+
+TEST_F(LogViewerTest, HalfALaptopScreenIsWideEnoughAndControlsAreNamedForReaders) {
+    viewer.show();
+    QWidget* window = viewer.window();
+    EXPECT_LE(window->minimumSizeHint().width(), 600);
+    window->resize(600, 600);
+    QCoreApplication::processEvents();
+    for (const QWidget* part : window->findChildren<QWidget*>(Qt::FindDirectChildrenOnly))
+        EXPECT_TRUE(!part->isVisibleTo(window) || part->geometry().right() <= 600 - 12)
+            << part->objectName().toStdString();
+
+    for (const char* name :
+         {"searchField", "logPopup", "levelPopup", "table", "followCheck", "wrapCheck"}) {
+        QAccessibleInterface* control = QAccessible::queryAccessibleInterface(child<QWidget>(name));
+        EXPECT_FALSE(control->text(QAccessible::Name).isEmpty()) << name;
+        EXPECT_EQ(control->relations(QAccessible::Label).size(),
+                  QByteArrayView(name).endsWith("Popup") ? 1 : 0)
+            << name;
+    }
+}
+
+TEST_F(LogViewerTest, ExportWritesTheShownRowsOrSaysWhyItCouldNot) {
+    writeLog(agentOut, numberedLines(0, 2) + numberedLines(2, 1, "ERROR"));
+    viewer.show();
+    child<QComboBox>("levelPopup")->setCurrentText(QStringLiteral("ERROR"));
+    const QTemporaryDir out;
+    for (const QString name : {"rows.csv", "gone/rows.log"}) {
+        child<QPushButton>("exportButton")->click();
+        auto* dialog = viewer.window()->findChild<QFileDialog*>(QStringLiteral("exportDialog"));
+        dialog->selectFile(out.filePath(name));
+        static_cast<QDialog*>(dialog)->accept();
+    }
+    QFile csv(out.filePath(QStringLiteral("rows.csv")));
+    ASSERT_TRUE(waitFor([&] { return csv.exists(); }) && csv.open(QIODevice::ReadOnly));
+    EXPECT_EQ(csv.readAll(), "Time,Level,Source,Message\r\n2024-05-01 10:00:00,ERROR,,line 2\r\n");
+    EXPECT_TRUE(waitFor(
+        [&] { return viewer.window()->findChild<QMessageBox*>(QStringLiteral("exportError")); }));
+}
+
+// Cells painted into an image: each level its colour, a wrapped message in
+// its row and nowhere else, and the grid line at the row's foot.
+TEST(LogCells, ArePaintedInTheirLevelsColoursWithinTheirRows) {
+    LogTableModel model;
+    model.setContent(LogRows::build(QStringLiteral(
+                         "2024-05-01 10:00:00 ERROR failed\n"
+                         "2024-05-01 10:00:00 WARN slow\n"
+                         "2024-05-01 10:00:00 INFO wrapped message of several words\n")),
+                     {0, 1, 2});
+    const MessageLayout layout(logCellFont());
+    LogCellDelegate delegate(layout, LogTableModel::messageColumn);
+    auto paint = [&](int row, int column, int height, int top) {
+        QImage image(60, height + 2 * top, QImage::Format_RGB32);
+        image.fill(Qt::white);
+        QPainter painter(&image);
+        QStyleOptionViewItem option;
+        option.rect = QRect(0, top, 60, height);
+        option.state = QStyle::State_Enabled | QStyle::State_Active;
+        delegate.paint(&painter, option, model.index(row, column));
+        return image;
+    };
+    // The most saturated pixel in rows [from, to) is the core of a glyph; white when nothing is
+    // drawn.
+    auto ink = [](const QImage& image, int from, int to) {
+        QColor best = Qt::white;
+        for (int y = from; y < to; ++y)
+            for (int x = 0; x < image.width(); ++x)
+                if (const QColor c = image.pixelColor(x, y);
+                    c != Qt::white &&
+                    (best == Qt::white || c.hsvSaturation() > best.hsvSaturation()))
+                    best = c;
+        return best;
+    };
+    for (const auto& [row, column, colour] : {std::tuple{0, 0, SystemColor::secondaryLabel},
+                                              {0, 1, SystemColor::red},
+                                              {0, 3, SystemColor::red},
+                                              {1, 1, SystemColor::orange},
+                                              {2, 1, SystemColor::green}}) {
+        const QImage image = paint(row, column, 17, 0);
+        EXPECT_NEAR(ink(image, 0, 16).hsvHue(), resolve(colour).hsvHue(), 8)
+            << row << "," << column;
+        EXPECT_NE(ink(image, 16, 17), QColor(Qt::white));  // the grid line
+    }
+    delegate.setWrap(true);
+    const int height = RowHeight::wrapped(
+        layout.measure(u"wrapped message of several words", RowHeight::wrapBoxWidth(60)));
+    ASSERT_GT(height, 3 * layout.lineHeight());
+    const QImage wrapped = paint(2, 3, height, 20);
+    EXPECT_EQ(ink(wrapped, 0, 20), QColor(Qt::white));
+    EXPECT_EQ(ink(wrapped, 20 + height, 40 + height), QColor(Qt::white));
+    // Ink in its first line and in its last: neither shifted nor cut.
+    const int line = int(layout.lineHeight());
+    EXPECT_NE(ink(wrapped, 22, 22 + line), QColor(Qt::white));
+    EXPECT_NE(ink(wrapped, 18 + height - line, 18 + height), QColor(Qt::white));
+}
+
+// Labels stay readable on the window in either appearance, and the table's
+// colours follow the appearance the palette says.
+TEST(SystemPalette, DarkAndLightFollowThePaletteAndKeepLabelsReadable) {
+    const QPalette original = QGuiApplication::palette();
+    LogTableModel model;
+    model.setContent(LogRows::build(QStringLiteral("2024-05-01 10:00:00 INFO x\n")), {0});
+    for (const Appearance appearance : {Appearance::dark, Appearance::light}) {
+        const QColor window =
+            appearance == Appearance::dark ? QColor(30, 30, 30) : QColor(236, 236, 236);
+        QGuiApplication::setPalette(QPalette(window));
+        EXPECT_EQ(currentAppearance(), appearance);
+        for (const SystemColor colour : {SystemColor::label, SystemColor::secondaryLabel}) {
+            const QColor text = resolve(colour);
+            const double shown =
+                text.alphaF() * text.lightness() + (1 - text.alphaF()) * window.lightness();
+            EXPECT_GT(std::abs(shown - window.lightness()), 90) << int(colour);
+        }
+        EXPECT_EQ(model.index(0, 3).data(Qt::ForegroundRole).value<QColor>(),
+                  resolve(SystemColor::label, appearance));
+    }
+    QGuiApplication::setPalette(original);
 }
 
 // A face the test picks, not whatever the machine falls back to: DejaVu Sans
