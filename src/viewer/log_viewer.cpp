@@ -225,7 +225,8 @@ QLayout* LogViewer::buildModesAndActions() {
     detailsCheck_ = new QCheckBox(QStringLiteral("Details"), window_);
     detailsCheck_->setObjectName(QStringLiteral("detailsCheck"));
     detailsCheck_->setToolTip(QStringLiteral("Show every field of the selected line"));
-    detailsCheck_->setChecked(true);
+    // Off at first: the table keeps the whole window until the user asks for more.
+    detailsCheck_->setChecked(false);
 
     auto* previous = problemButton(window_, Qt::UpArrow, "previousProblemButton",
                                    QStringLiteral("Previous error or warning"),
@@ -273,6 +274,7 @@ QWidget* LogViewer::buildTableAndDetails() {
     detailPane_ = new RowDetailPane(window_);
     detailPane_->setObjectName(QStringLiteral("detailPane"));
     detailPane_->setAccessibleName(QStringLiteral("Line details"));
+    detailPane_->setVisible(detailsCheck_->isChecked());
     connect(detailsCheck_, &QCheckBox::toggled, this, [this](bool on) {
         detailPane_->setVisible(on);
         updateDetail();

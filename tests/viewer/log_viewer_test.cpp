@@ -380,6 +380,8 @@ TEST_F(LogViewerTest, ALineWithoutBreakPointsIsCutInTheTableAndWholeInDetailsAnd
     EXPECT_LT(table()->model()->index(0, 3).data(Qt::ToolTipRole).toString().size(), 4000);
 
     auto* details = child<QPlainTextEdit>("detailPane");
+    EXPECT_FALSE(details->isVisibleTo(viewer.window()));
+    child<QCheckBox>("detailsCheck")->setChecked(true);
     EXPECT_TRUE(details->toPlainText().isEmpty());
     table()->selectRow(0);
     EXPECT_TRUE(details->toPlainText().startsWith(QStringLiteral("time     2024-05-01 10:00:01")));
