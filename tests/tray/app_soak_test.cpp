@@ -37,11 +37,15 @@ bool childrenLeft() {
     return !(::waitpid(-1, &status, WNOHANG) == -1 && errno == ECHILD);
 }
 
-// Until no refresh of the delegate's is under way and what it handed back is delivered.
+// Until no refresh of the delegate's is under way and what it handed back is
+// delivered. Delivering runs events, and the delegate's own ten-second timer may
+// start another refresh among them, so quiet is checked again after each round.
 bool settle(const AppDelegate& delegate) {
     const QDeadlineTimer deadline(120'000);
-    while (delegate.isRefreshing() && !deadline.hasExpired()) QTest::qWait(10);
-    QCoreApplication::processEvents();
+    do {
+        while (delegate.isRefreshing() && !deadline.hasExpired()) QTest::qWait(10);
+        QCoreApplication::processEvents();
+    } while (delegate.isRefreshing() && !deadline.hasExpired());
     return !delegate.isRefreshing();
 }
 
@@ -67,7 +71,8 @@ TEST(Soak, FiveThousandRefreshesLeaveNothingBehind) {
     for (int i = 0; i < 5000; ++i) ASSERT_TRUE(refreshAndWait(delegate)) << "refresh " << i;
     ASSERT_TRUE(settle(delegate));
 
-    EXPECT_EQ(entries("/proc/self/fd"), fds);
+    // Fewer is fine: a lane's thread that retires when idle takes its own wake-up descriptor.
+    EXPECT_LE(entries("/proc/self/fd"), fds);
     EXPECT_FALSE(childrenLeft());
     EXPECT_LT(residentKiB() - rss, 2048)
         << "resident memory grew by " << residentKiB() - rss << " KiB";
