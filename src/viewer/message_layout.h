@@ -4,6 +4,7 @@
 #include <QRectF>
 #include <QString>
 #include <QStringView>
+#include <QUtf8StringView>
 
 class QPainter;
 
@@ -23,6 +24,8 @@ public:
 
     // Height of the text in a box `width` wide, font leading included.
     double measure(QStringView text, double width) const;
+    // The same for a row's UTF-8 text, which needs no conversion when it fits on one line.
+    double measure(QUtf8StringView text, double width) const;
 
     // Draws with the painter's pen, lines starting at the box's top left.
     void draw(QPainter* painter, const QRectF& box, QStringView text) const;
