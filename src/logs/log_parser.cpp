@@ -206,8 +206,8 @@ Verdict scanStamp(const char* s, qsizetype n, StampHit& hit) {
 // that can begin a level word (C D E F I T W, either case), 0 anything else.
 constexpr std::array<quint8, 256> kWordBytes = [] {
     std::array<quint8, 256> table{};
-    for (int c = '0'; c <= '9'; ++c) table[size_t(c)] = 1;
-    for (int c = 'A'; c <= 'Z'; ++c) table[size_t(c)] = table[size_t(c + 0x20)] = 1;
+    for (size_t c = '0'; c <= '9'; ++c) table[c] = 1;
+    for (size_t c = 'A'; c <= 'Z'; ++c) table[c] = table[c + 0x20] = 1;
     table['_'] = 1;
     for (const char c : {'C', 'D', 'E', 'F', 'I', 'T', 'W'})
         table[size_t(uchar(c))] = table[size_t(uchar(c + 0x20))] = 2;

@@ -39,7 +39,7 @@ struct ArenaAllocator {
     ArenaAllocator(const ArenaAllocator<U>& other) : arena(other.arena) {}
 
     T* allocate(size_t n) {
-        if (void* p = arena->take(qsizetype(n * sizeof(T)))) return static_cast<T*>(p);
+        if (void* p = arena->take(qsizetype(n) * qsizetype(sizeof(T)))) return static_cast<T*>(p);
         return static_cast<T*>(::operator new(n * sizeof(T)));
     }
     void deallocate(T* p, size_t) {

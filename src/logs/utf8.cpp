@@ -139,7 +139,7 @@ qsizetype countLineFeeds(QByteArrayView bytes) {
     while (i + 16 <= n) {
         // Byte counters of 255 steps at most, then summed.
         __m128i counts = _mm_setzero_si128();
-        const qsizetype stop = qMin(n - 15, i + 255 * 16);
+        const qsizetype stop = qMin(n - 15, i + qsizetype(255) * 16);
         for (; i < stop; i += 16) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
             counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, lineFeed));

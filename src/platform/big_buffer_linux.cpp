@@ -26,8 +26,9 @@ char* mapAligned(qsizetype bytes) {
         ::mmap(nullptr, size_t(padded), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (raw == MAP_FAILED) return nullptr;
     auto* start = static_cast<char*>(raw);
-    char* aligned =
-        reinterpret_cast<char*>(roundUp(qsizetype(reinterpret_cast<quintptr>(start)), kHugePage));
+    // Moved forward within the mapping, so the pointer keeps where it came from.
+    const auto misalignment = qsizetype(reinterpret_cast<quintptr>(start) % quintptr(kHugePage));
+    char* aligned = misalignment == 0 ? start : start + (kHugePage - misalignment);
     if (aligned > start) ::munmap(start, size_t(aligned - start));
     char* end = start + padded;
     if (end > aligned + bytes) ::munmap(aligned + bytes, size_t(end - (aligned + bytes)));
@@ -40,8 +41,9 @@ char* mapAligned(qsizetype bytes) {
 
 BigBuffer::BigBuffer(qsizetype bytes) {
     if (bytes <= 0) return;
-    // Small buffers gain nothing from a mapping of their own.
-    if (bytes < kHugePage) {
+    // Small buffers gain nothing from a mapping of their own. From half a huge
+    // page up, one huge page costs less than the faults of its small pages.
+    if (bytes < kHugePage / 2) {
         data_ = static_cast<char*>(std::malloc(size_t(bytes)));
         if (data_ == nullptr) throw std::bad_alloc();
         size_ = bytes;

@@ -7,7 +7,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
-#include <iostream>
 #include <random>
 
 #include "logs/log_filter.h"
@@ -186,9 +185,6 @@ TEST(LogFollowProperty, SmallWindowsEqualAFullReloadAfterEveryStep) {
     EXPECT_GT(total.windowMoved, 0);
     EXPECT_GT(total.rederived, 0);
     EXPECT_GT(total.folded, 0);
-    std::cout << "grown " << total.grown << ", reloaded " << total.reloaded << ", unchanged "
-              << total.nothing << "; window moved " << total.windowMoved << ", rows re-derived "
-              << total.rederived << ", last row folded " << total.folded << '\n';
 }
 
 TEST(LogFollowProperty, TheRealWindowMovesAsTheLogPassesFourMegabytes) {
@@ -199,7 +195,6 @@ TEST(LogFollowProperty, TheRealWindowMovesAsTheLogPassesFourMegabytes) {
         runSequence(seed, 4'000'000, 14, start, total);
     }
     EXPECT_GT(total.windowMoved, 0);
-    std::cout << "grown " << total.grown << ", window moved " << total.windowMoved << '\n';
 }
 
 TEST(LogFollow, AnUnchangedFileIsOnlyLookedAtAndEarlierRowsStayAsTheyWere) {

@@ -5,6 +5,7 @@
 #include "logs/ascii_search.h"
 #include "logs/log_filter.h"
 #include "logs/log_presentation.h"
+#include "platform/text.h"
 #include "support/log_corpus.h"
 #include "support/log_row_printer.h"
 
@@ -14,24 +15,14 @@ namespace {
 
 const QString kArrow = QStringLiteral("  \u27F6  ");
 
-bool blank(QChar c) {
-    return c == u' ' || c == u'\t' || c.category() == QChar::Separator_Space;
-}
-
-QString trimmedBlanks(QString s) {
-    while (!s.isEmpty() && blank(s.front())) s.remove(0, 1);
-    while (!s.isEmpty() && blank(s.back())) s.chop(1);
-    return s;
-}
-
 // Row building done the plain way, one string per field, for comparison.
 QList<LogRow> plainRows(const QString& text) {
     QList<LogRow> rows;
     for (QString line : text.split(u'\n')) {
         if (line.endsWith(u'\r')) line.chop(1);
-        if (trimmedBlanks(line).isEmpty()) continue;
+        if (text::isBlankOnly(line)) continue;
         const LogRow row = LogParser::parseReference(line);
-        const QString message = trimmedBlanks(row.message);
+        const QString message = text::trimBlanks(row.message).toString();
         const bool continuation =
             line.front().isSpace() || message.startsWith(u"at ") || message.startsWith(u"in ");
         if (row.time.isEmpty() && continuation && !rows.isEmpty() && !rows.back().time.isEmpty()) {
