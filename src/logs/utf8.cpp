@@ -61,24 +61,31 @@ LineScan scanPortable(const char* text, qsizetype from, qsizetype to) {
 LineScan scanSse2(const char* text, qsizetype from, qsizetype to) {
     const __m128i lineFeed = _mm_set1_epi8('\n');
     const __m128i escape = _mm_set1_epi8(kEsc);
-    unsigned high = 0;
-    unsigned escapes = 0;
+    // Blocks before the one with the line feed only add to these; their
+    // bytes are looked at once the line's end is known.
+    __m128i highs = _mm_setzero_si128();
+    __m128i escapes = _mm_setzero_si128();
     qsizetype i = from;
-    for (; i + 16 <= to; i += 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
-        const unsigned lf = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(v, lineFeed)));
-        const unsigned h = unsigned(_mm_movemask_epi8(v));
-        const unsigned e = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(v, escape)));
+    for (; i + 32 <= to; i += 32) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + 16));
+        const __m128i ea = _mm_cmpeq_epi8(a, escape);
+        const __m128i eb = _mm_cmpeq_epi8(b, escape);
+        const unsigned lf = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(a, lineFeed))) |
+                            unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(b, lineFeed))) << 16;
         if (lf != 0) {
             const unsigned below = (lf & (0u - lf)) - 1;
-            high |= h & below;
-            escapes |= e & below;
-            return {i + std::countr_zero(lf), high == 0, escapes != 0};
+            const unsigned h = unsigned(_mm_movemask_epi8(a)) | unsigned(_mm_movemask_epi8(b))
+                                                                    << 16;
+            const unsigned e = unsigned(_mm_movemask_epi8(ea)) | unsigned(_mm_movemask_epi8(eb))
+                                                                     << 16;
+            return {i + std::countr_zero(lf), _mm_movemask_epi8(highs) == 0 && (h & below) == 0,
+                    _mm_movemask_epi8(escapes) != 0 || (e & below) != 0};
         }
-        high |= h;
-        escapes |= e;
+        highs = _mm_or_si128(highs, _mm_or_si128(a, b));
+        escapes = _mm_or_si128(escapes, _mm_or_si128(ea, eb));
     }
-    return scanScalar(text, i, to, high == 0, escapes != 0);
+    return scanScalar(text, i, to, _mm_movemask_epi8(highs) == 0, _mm_movemask_epi8(escapes) != 0);
 }
 #endif
 
