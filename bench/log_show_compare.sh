@@ -2,11 +2,14 @@
 # Whole processes on the same generated logs, in one run: `varnelctl logs show
 # --search X` against `grep -c X` and lnav's `-n -c ':filter-in X'`, every row
 # printed against the filtered run, and `logs parse` on a large file (time and
-# peak memory at two sizes). CPU is task-clock, start-up included; each figure
-# is the median of the runs. With --before, an older varnelctl is measured in
-# the same run and every output of both is compared byte for byte on odd files
+# peak memory at two sizes). CPU is task-clock, start-up included; the commands
+# take turns, round after round, so that whatever else the machine does weighs
+# on all of them alike, and each figure is the median of its rounds. With
+# --instructions each is counted in instructions instead (valgrind), which
+# noise does not move. With --before, an older varnelctl is measured in the
+# same run and every output of both is compared byte for byte on odd files
 # (bad UTF-8, marks, UTF-16, CR LF, controls) as well as on the generated one.
-# Usage: bench/log_show_compare.sh [--before OLD_VARNELCTL] [--runs N] [--big]
+# Usage: bench/log_show_compare.sh [--before OLD_VARNELCTL] [--runs N] [--big] [--instructions]
 #   (after a build into build/; --big adds the 400 MB parse, some 30 s)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -15,16 +18,20 @@ gen=$PWD/build/bench/make_log
 before=
 runs=11
 big=
+instructions=
 while [ $# -gt 0 ]; do
     case $1 in
         --before) before=$(realpath "$2"); shift 2 ;;
         --runs) runs=$2; shift 2 ;;
         --big) big=1; shift ;;
-        *) echo "usage: $0 [--before OLD_VARNELCTL] [--runs N] [--big]" >&2; exit 64 ;;
+        --instructions) instructions=1; shift ;;
+        *) echo "usage: $0 [--before OLD_VARNELCTL] [--runs N] [--big] [--instructions]" >&2
+           exit 64 ;;
     esac
 done
 [ -x "$ctl" ] && [ -x "$gen" ] || { echo "build varnelctl and make_log first" >&2; exit 1; }
 perf stat -e task-clock true >/dev/null 2>&1 || { echo "needs perf (linux-perf)" >&2; exit 1; }
+[ -z "$instructions" ] || command -v valgrind >/dev/null || { echo "needs valgrind" >&2; exit 1; }
 have_lnav=$(command -v lnav || true)
 
 work=$(mktemp -d)
@@ -38,51 +45,71 @@ cp bench/lnav/varnel_log.json "$work/home/.lnav/formats/installed/"
 "$gen" 4200000 42 >"$file"
 export VARNEL_ROOT=$root
 
-# Median task-clock (ms) and page faults of a command over $runs runs.
-measure() {
-    local out=$work/perf
-    : >"$out"
-    for _ in $(seq "$runs"); do
-        perf stat -x, -e task-clock,page-faults -o "$out.1" -- "$@" >/dev/null 2>&1 || true
-        cat "$out.1" >>"$out"
-    done
-    python3 - "$out" <<'EOF'
-import statistics, sys
-clock, faults = [], []
+names=()
+commands=()
+add() {
+    names+=("$1")
+    shift
+    commands+=("$(printf '%q ' "$@")")
+}
+
+# Medians of task-clock (ms) and page faults per command over the rounds.
+medians() {
+    python3 - "$1" <<'EOF'
+import collections, statistics, sys
+clock, faults = collections.defaultdict(list), collections.defaultdict(list)
 for line in open(sys.argv[1]):
     parts = line.strip().split(",")
-    if len(parts) > 2 and parts[2] == "task-clock":
-        clock.append(float(parts[0]))
-    elif len(parts) > 2 and parts[2] == "page-faults":
-        faults.append(int(parts[0]))
-print(f"{statistics.median(clock):.2f} {int(statistics.median(faults))}")
+    if len(parts) > 3 and parts[3] == "task-clock":
+        clock[int(parts[0])].append(float(parts[1]))
+    elif len(parts) > 3 and parts[3] == "page-faults":
+        faults[int(parts[0])].append(int(parts[1]))
+for i in sorted(clock):
+    print(i, f"{statistics.median(clock[i]):.2f}", int(statistics.median(faults[i])))
 EOF
 }
 
-declare -A ms faults
-run() {
-    local name=$1
-    shift
-    read -r "ms[$name]" "faults[$name]" < <(measure "$@")
-    printf '  %-34s %8.2f ms  %6d page faults\n' "$name" "${ms[$name]}" "${faults[$name]}"
+declare -A ms
+measure_all() {
+    local i clock fault
+    : >"$work/perf"
+    for _ in $(seq "$runs"); do
+        for i in "${!commands[@]}"; do
+            eval "perf stat -x, -e task-clock,page-faults -o '$work/perf.1' -- ${commands[i]}" \
+                >/dev/null 2>&1 || true
+            sed "s/^/$i,/" "$work/perf.1" >>"$work/perf"
+        done
+    done
+    while read -r i clock fault; do
+        if [ -n "$instructions" ]; then
+            eval "valgrind --tool=callgrind --callgrind-out-file='$work/cg' -- ${commands[i]}" \
+                >/dev/null 2>"$work/cg.err" || true
+            clock=$(sed -n 's/.*Collected : \([0-9]*\)/\1/p' "$work/cg.err")
+            printf '  %-34s %12d instructions\n' "${names[i]}" "$clock"
+        else
+            printf '  %-34s %8.2f ms  %6d page faults\n' "${names[i]}" "$clock" "$fault"
+        fi
+        ms[${names[i]}]=$clock
+    done < <(medians "$work/perf")
 }
 ratio() { python3 -c "print(f'{$1 / $2:.1f}x')"; }
 
 needle=NOMATCH
-echo "4 MB tail ($(wc -l <"$file") lines), search \"$needle\", $runs runs each, CPU medians:"
-run "grep -c" grep -c "$needle" "$file"
-run "varnelctl show --search" "$ctl" logs show --search "$needle" "$log"
-run "varnelctl show (every row)" "$ctl" logs show "$log"
-run "varnelctl show --json" "$ctl" logs show --json "$log"
+echo "4 MB tail ($(wc -l <"$file") lines), search \"$needle\", $runs rounds, medians:"
+add "grep -c" grep -c "$needle" "$file"
+add "varnelctl show --search" "$ctl" logs show --search "$needle" "$log"
+add "varnelctl show (every row)" "$ctl" logs show "$log"
+add "varnelctl show --json" "$ctl" logs show --json "$log"
 if [ -n "$have_lnav" ]; then
-    run "lnav -n filter-in" env HOME="$work/home" lnav -n -c ":filter-in $needle" "$file"
+    add "lnav -n filter-in" env HOME="$work/home" lnav -n -c ":filter-in $needle" "$file"
 fi
 if [ -n "$before" ]; then
-    run "before: show --search" "$before" logs show --search "$needle" "$log"
-    run "before: show (every row)" "$before" logs show "$log"
-    run "before: show --json" "$before" logs show --json "$log"
+    add "before: show --search" "$before" logs show --search "$needle" "$log"
+    add "before: show (every row)" "$before" logs show "$log"
+    add "before: show --json" "$before" logs show --json "$log"
 fi
-echo "Ratios:"
+measure_all
+echo "Ratios$([ -n "$instructions" ] && echo ', of instructions'):"
 echo "  varnelctl / grep:               $(ratio "${ms[varnelctl show --search]}" "${ms[grep -c]}")"
 [ -n "$have_lnav" ] &&
     echo "  lnav / varnelctl:               $(ratio "${ms[lnav -n filter-in]}" "${ms[varnelctl show --search]}")"

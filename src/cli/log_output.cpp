@@ -174,7 +174,7 @@ void RowFormatter::row(TextBuffer& out, const LogRowView& row) {
     source_ = std::max(source_, source);
     const qsizetype start = out.size();
     cell(out, row.time, time, time_, SystemColor::secondaryLabel, false);
-    cell(out, row.level, level, level_, levelColor(row.level), true);
+    cell(out, row.level, level, level_, colour_ ? levelColor(row.level) : SystemColor::label, true);
     cell(out, row.source, source, source_, SystemColor::secondaryLabel, false);
 
     if (row.message.isEmpty()) {

@@ -36,6 +36,7 @@ void appendTerminalSafe(TextBuffer& out, QByteArrayView utf8, Tabs tabs, qsizety
     const uchar* end = p + utf8.size();
     char* o = out.room(kMostPerByte * utf8.size() + 16);
     while (p != end) {
+        const uchar* run = p;  // copied as it is from here on
 #if defined(__SSE2__)
         // Sixteen bytes a step, copied whole and kept up to the first one to change.
         const __m128i below = _mm_set1_epi8(0x1F);
@@ -54,6 +55,19 @@ void appendTerminalSafe(TextBuffer& out, QByteArrayView utf8, Tabs tabs, qsizety
             if (mask != 0) break;
         }
 #endif
+        while (end - p >= 8 && !anyOf8<0x7F, 0xC2>(reinterpret_cast<const char*>(p), 0x20)) {
+            std::memcpy(o, p, 8);
+            o += 8;
+            p += 8;
+        }
+        // The last eight bytes at once when they belong to this run: what they
+        // share with the bytes copied already is copied again, the same.
+        if (p != end && end - p < 8 && end - run >= 8 &&
+            !anyOf8<0x7F, 0xC2>(reinterpret_cast<const char*>(end - 8), 0x20)) {
+            std::memcpy(o - (p - (end - 8)), end - 8, 8);
+            o += end - p;
+            p = end;
+        }
         while (p != end && !mayChange(*p)) *o++ = char(*p++);
         if (p == end) break;
         const uchar c = *p;

@@ -31,7 +31,10 @@ public:
     }
     void appendSpaces(qsizetype count) {
         if (count <= 0) return;
-        std::memset(room(count), ' ', size_t(count));
+        // Columns are narrow: sixteen at a time from a constant beat a call.
+        static constexpr char spaces[] = "                ";
+        char* at = room(count + 16);
+        for (qsizetype done = 0; done < count; done += 16) std::memcpy(at + done, spaces, 16);
         size_ += count;
     }
 
@@ -56,5 +59,19 @@ private:
     qsizetype size_ = 0;
     qsizetype capacity_ = 0;
 };
+
+// Eight bytes at once: whether any is below `below` (at most 0x80) or equals
+// one of `bytes`. Bytes above 0x7F never count as below.
+template <int... Bytes>
+inline bool anyOf8(const char* p, quint64 below) {
+    constexpr quint64 ones = 0x0101010101010101ULL;
+    constexpr quint64 highs = 0x8080808080808080ULL;
+    quint64 x;
+    std::memcpy(&x, p, 8);
+    quint64 hit = (x - ones * below) & ~x;
+    ((hit |= ((x ^ (ones * quint64(uchar(Bytes)))) - ones) & ~(x ^ (ones * quint64(uchar(Bytes))))),
+     ...);
+    return (hit & highs) != 0;
+}
 
 }  // namespace varnel::cli
