@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QtGlobal>
+#include <array>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -32,9 +33,14 @@ public:
     void appendSpaces(qsizetype count) {
         if (count <= 0) return;
         // Columns are narrow: sixteen at a time from a constant beat a call.
-        static constexpr char spaces[] = "                ";
+        static constexpr std::array<char, 16> spaces = [] {
+            std::array<char, 16> all{};
+            all.fill(' ');
+            return all;
+        }();
         char* at = room(count + 16);
-        for (qsizetype done = 0; done < count; done += 16) std::memcpy(at + done, spaces, 16);
+        for (qsizetype done = 0; done < count; done += 16)
+            std::memcpy(at + done, spaces.data(), 16);
         size_ += count;
     }
 
