@@ -82,9 +82,11 @@ measure_all() {
     done
     while read -r i clock fault; do
         if [ -n "$instructions" ]; then
-            eval "valgrind --tool=callgrind --callgrind-out-file='$work/cg' -- ${commands[i]}" \
-                >/dev/null 2>"$work/cg.err" || true
-            clock=$(sed -n 's/.*Collected : \([0-9]*\)/\1/p' "$work/cg.err")
+            # Children too (env starts lnav), every process summed.
+            eval "valgrind --tool=callgrind --trace-children=yes" \
+                "--callgrind-out-file='$work/cg.%p' -- ${commands[i]}" >/dev/null 2>"$work/cg.err" ||
+                true
+            clock=$(sed -n 's/.*Collected : \([0-9]*\)/\1/p' "$work/cg.err" | paste -sd+ | bc)
             printf '  %-34s %12d instructions\n' "${names[i]}" "$clock"
         else
             printf '  %-34s %8.2f ms  %6d page faults\n' "${names[i]}" "$clock" "$fault"
