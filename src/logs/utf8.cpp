@@ -287,7 +287,14 @@ bool lowersToAscii(QUtf8StringView s) {
 }
 
 QUtf8StringView trimmedSlow(QUtf8StringView s) {
-    return trimBy(s,
+    // ASCII white space first, then whatever else is left at either end.
+    const char* begin = reinterpret_cast<const char*>(s.data());
+    const char* end = begin + s.size();
+    while (begin < end && isAsciiSpace(uchar(*begin))) ++begin;
+    while (end > begin && isAsciiSpace(uchar(end[-1]))) --end;
+    if (begin == end || (uchar(*begin) < 0x80 && uchar(end[-1]) < 0x80))
+        return view(begin, end - begin);
+    return trimBy(view(begin, end - begin),
                   [](char32_t c) { return c < 0x80 ? isAsciiSpace(uchar(c)) : QChar::isSpace(c); });
 }
 

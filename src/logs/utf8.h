@@ -5,6 +5,7 @@
 #include <QString>
 #include <QStringView>
 #include <QUtf8StringView>
+#include <cstring>
 
 // Log text is kept as UTF-8 bytes and turned into QString only for what is
 // shown. These are the few rules the bytes are read by, equal to what Qt's
@@ -81,7 +82,18 @@ bool isBlankOnly(QUtf8StringView s);
 bool startsWithSpace(QUtf8StringView s);
 
 inline bool isAscii(QUtf8StringView s) {
-    return QtPrivate::isAscii(QLatin1StringView(reinterpret_cast<const char*>(s.data()), s.size()));
+    // Mostly short fields: eight bytes a step inline beat a call.
+    const char* p = reinterpret_cast<const char*>(s.data());
+    const qsizetype n = s.size();
+    quint64 high = 0;
+    qsizetype i = 0;
+    for (; i + 8 <= n; i += 8) {
+        quint64 word;
+        std::memcpy(&word, p + i, 8);
+        high |= word;
+    }
+    for (; i < n; ++i) high |= uchar(p[i]);
+    return (high & 0x8080808080808080ULL) == 0;
 }
 
 // Holds a character whose lower case is ASCII though it is not ASCII itself:
