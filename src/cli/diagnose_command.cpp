@@ -251,7 +251,7 @@ void addLogs(Bundle& bundle) {
         const QString entry = QStringLiteral("logs/%1-%2")
                                   .arg(i + 1, 2, 10, QChar(u'0'))
                                   .arg(QFileInfo(path).fileName().left(80));
-        bundle.add(entry, tail.text,
+        bundle.add(entry, tail.text.toString(),
                    tail.truncated ? path + QStringLiteral(", its last 1 MB") : path);
     }
 }

@@ -1,22 +1,20 @@
 #include "cli/log_output.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <algorithm>
+#include <bit>
+#include <string_view>
 
 #include "cli/terminal_text.h"
+#include "logs/utf8.h"
 
 namespace varnel::cli {
 
 namespace {
 
-const QString gap = QStringLiteral("  ");
-
-// Columns are counted in code points: close enough for log text, and never splits a pair.
-qsizetype width(QStringView text) {
-    qsizetype n = 0;
-    for (QChar c : text)
-        if (!c.isLowSurrogate()) ++n;
-    return n;
-}
+constexpr qsizetype kGap = 2;
 
 const char* ansiCode(SystemColor colour, bool bold) {
     switch (colour) {
@@ -38,103 +36,165 @@ const char* ansiCode(SystemColor colour, bool bold) {
     return nullptr;
 }
 
-QString paint(const QString& text, SystemColor colour, bool bold, bool enabled) {
-    const char* code = enabled && !text.isEmpty() ? ansiCode(colour, bold) : nullptr;
-    if (code == nullptr) return text;
-    return QStringLiteral("\x1b[") + QLatin1String(code) + u'm' + text + QStringLiteral("\x1b[0m");
+void startColour(TextBuffer& out, const char* code) {
+    out.append(std::string_view("\x1b["));
+    out.append(std::string_view(code));
+    out.append('m');
 }
 
-// The two-letter escapes JSON has for the controls logs hold most.
-QLatin1StringView shortEscape(char16_t c) {
+void endColour(TextBuffer& out) {
+    out.append(std::string_view("\x1b[0m"));
+}
+
+bool needsEscape(uchar c) {
+    return c == '"' || c == '\\' || c < 0x20 || c == 0x7F;
+}
+
+char* putEscaped(char* o, uchar c) {
+    static constexpr char hex[] = "0123456789abcdef";
+    *o++ = '\\';
     switch (c) {
-        case u'\n':
-            return QLatin1StringView("\\n");
-        case u'\r':
-            return QLatin1StringView("\\r");
-        case u'\t':
-            return QLatin1StringView("\\t");
+        case '"':
+        case '\\':
+            *o++ = char(c);
+            break;
+        case '\n':
+            *o++ = 'n';
+            break;
+        case '\r':
+            *o++ = 'r';
+            break;
+        case '\t':
+            *o++ = 't';
+            break;
         default:
-            return {};
+            *o++ = 'u';
+            *o++ = '0';
+            *o++ = '0';
+            *o++ = hex[c >> 4];
+            *o++ = hex[c & 0xF];
+            break;
     }
+    return o;
 }
 
-QString padded(const QString& text, qsizetype columnWidth) {
-    return QString(std::max<qsizetype>(0, columnWidth - width(text)), u' ');
+QByteArrayView bytes(QUtf8StringView s) {
+    return utf8::bytes(s);
 }
 
 }  // namespace
 
-QString jsonString(QStringView text) {
-    QString out;
-    out.reserve(text.size() + 2);
-    out += u'"';
-    for (const QChar c : text) {
-        const char16_t u = c.unicode();
-        if (u == u'"' || u == u'\\') {
-            out += u'\\';
-            out += c;
-        } else if (const QLatin1StringView escape = shortEscape(u); !escape.isEmpty()) {
-            out += escape;
-        } else if (u < 0x20 || u == 0x7f) {
-            out += QStringLiteral("\\u%1").arg(u, 4, 16, QLatin1Char('0'));
-        } else {
-            out += c;
+void appendJsonString(TextBuffer& out, QByteArrayView utf8) {
+    const auto* p = reinterpret_cast<const uchar*>(utf8.data());
+    const uchar* end = p + utf8.size();
+    // Every byte becomes at most six (\u00XX).
+    char* o = out.room(6 * utf8.size() + 2);
+    *o++ = '"';
+    while (p != end) {
+#if defined(__SSE2__)
+        // Sixteen bytes a step, copied whole and kept up to the first to escape.
+        const __m128i below = _mm_set1_epi8(0x1F);
+        const __m128i quote = _mm_set1_epi8('"');
+        const __m128i backslash = _mm_set1_epi8('\\');
+        const __m128i del = _mm_set1_epi8(0x7F);
+        while (end - p >= 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
+            const __m128i hit = _mm_or_si128(
+                _mm_or_si128(_mm_cmpeq_epi8(_mm_max_epu8(v, below), below), _mm_cmpeq_epi8(v, del)),
+                _mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)));
+            const unsigned mask = unsigned(_mm_movemask_epi8(hit));
+            const int clean = mask == 0 ? 16 : std::countr_zero(mask);
+            o += clean;
+            p += clean;
+            if (mask != 0) break;
         }
+#endif
+        while (p != end && !needsEscape(*p)) *o++ = char(*p++);
+        if (p == end) break;
+        o = putEscaped(o, *p++);
     }
-    out += u'"';
-    return out;
+    *o++ = '"';
+    out.commit(o);
 }
 
-QString rowJson(const LogRow& row) {
-    return QStringLiteral("{\"time\":%1,\"level\":%2,\"source\":%3,\"message\":%4,\"raw\":%5}")
-        .arg(jsonString(row.time), jsonString(row.level), jsonString(row.source),
-             jsonString(row.message), jsonString(row.raw));
+QString jsonString(QStringView text) {
+    TextBuffer out;
+    appendJsonString(out, utf8::encode(text));
+    return QString::fromUtf8(out.data(), out.size());
+}
+
+void appendRowJson(TextBuffer& out, const LogRowView& row) {
+    out.append(std::string_view("{\"time\":"));
+    appendJsonString(out, bytes(row.time));
+    out.append(std::string_view(",\"level\":"));
+    appendJsonString(out, bytes(row.level));
+    out.append(std::string_view(",\"source\":"));
+    appendJsonString(out, bytes(row.source));
+    out.append(std::string_view(",\"message\":"));
+    appendJsonString(out, bytes(row.message));
+    out.append(std::string_view(",\"raw\":"));
+    appendJsonString(out, bytes(row.raw));
+    out.append(std::string_view("}\n"));
 }
 
 bool wantColour(bool outIsTerminal) {
     return outIsTerminal && qEnvironmentVariableIsEmpty("NO_COLOR");
 }
 
-void RowFormatter::fit(const LogRow& row) {
-    time_ = std::max(time_, width(terminalSafe(row.time)));
-    level_ = std::max(level_, width(terminalSafe(row.level)));
-    source_ = std::max(source_, width(terminalSafe(row.source)));
+void RowFormatter::fit(const LogRowView& row) {
+    time_ = std::max(time_, terminalWidth(bytes(row.time)));
+    level_ = std::max(level_, terminalWidth(bytes(row.level)));
+    source_ = std::max(source_, terminalWidth(bytes(row.source)));
 }
 
 qsizetype RowFormatter::messageColumn() const {
     qsizetype column = 0;
     for (qsizetype w : {time_, level_, source_})
-        if (w > 0) column += w + gap.size();
+        if (w > 0) column += w + kGap;
     return column;
 }
 
-QString RowFormatter::row(const LogRow& row) {
-    fit(row);
-    QString line;
-    const auto cell = [&](const QString& text, qsizetype columnWidth, SystemColor colour,
-                          bool bold) {
-        if (columnWidth == 0) return;
-        line += paint(text, colour, bold, colour_) + padded(text, columnWidth) + gap;
-    };
-    cell(terminalSafe(row.time), time_, SystemColor::secondaryLabel, false);
-    cell(terminalSafe(row.level), level_, levelColor(row.level), true);
-    cell(terminalSafe(row.source), source_, SystemColor::secondaryLabel, false);
+void RowFormatter::cell(TextBuffer& out, QUtf8StringView text, qsizetype textWidth, qsizetype width,
+                        SystemColor colour, bool bold) const {
+    if (width == 0) return;
+    const char* code = colour_ && !text.isEmpty() ? ansiCode(colour, bold) : nullptr;
+    if (code != nullptr) startColour(out, code);
+    appendTerminalSafe(out, bytes(text));
+    if (code != nullptr) endColour(out);
+    out.appendSpaces(width - textWidth + kGap);
+}
+
+void RowFormatter::row(TextBuffer& out, const LogRowView& row) {
+    const qsizetype time = terminalWidth(bytes(row.time));
+    const qsizetype level = terminalWidth(bytes(row.level));
+    const qsizetype source = terminalWidth(bytes(row.source));
+    time_ = std::max(time_, time);
+    level_ = std::max(level_, level);
+    source_ = std::max(source_, source);
+    const qsizetype start = out.size();
+    cell(out, row.time, time, time_, SystemColor::secondaryLabel, false);
+    cell(out, row.level, level, level_, colour_ ? levelColor(row.level) : SystemColor::label, true);
+    cell(out, row.source, source, source_, SystemColor::secondaryLabel, false);
 
     if (row.message.isEmpty()) {
         // Padding before nothing is noise in a terminal and in diffs.
-        while (line.endsWith(u' ')) line.chop(1);
-        return line + u'\n';
+        while (out.size() > start && out.back() == ' ') out.truncate(out.size() - 1);
+        out.append('\n');
+        return;
     }
     // Line breaks a message holds go on under its column; every other control is shown.
-    QStringList lines;
-    for (const QStringView part : QStringView(row.message).split(u'\n'))
-        lines.append(terminalSafe(part));
-    const QString message = lines.join(u'\n' + QString(messageColumn(), u' '));
-    return line + paint(message, messageColor(row.level), false, colour_) + u'\n';
+    const char* code = colour_ ? ansiCode(messageColor(row.level), false) : nullptr;
+    if (code != nullptr) startColour(out, code);
+    appendTerminalSafe(out, bytes(row.message), Tabs::keep, messageColumn());
+    if (code != nullptr) endColour(out);
+    out.append('\n');
 }
 
-QString RowFormatter::continuation(QStringView text) const {
-    return QString(messageColumn(), u' ') + terminalSafe(text) + u'\n';
+void RowFormatter::continuation(TextBuffer& out, QUtf8StringView text) const {
+    out.appendSpaces(messageColumn());
+    appendTerminalSafe(out, bytes(text));
+    out.append('\n');
 }
 
 }  // namespace varnel::cli

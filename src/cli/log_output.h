@@ -1,18 +1,23 @@
 #pragma once
 
+#include <QByteArrayView>
 #include <QString>
 #include <QStringView>
 
-#include "logs/log_parser.h"
+#include "cli/text_buffer.h"
 #include "logs/log_presentation.h"
+#include "logs/log_rows.h"
 
 namespace varnel::cli {
 
 // A JSON string literal, quotes included; text outside ASCII is written as is.
 QString jsonString(QStringView text);
+// The same for valid UTF-8, appended to `out`.
+void appendJsonString(TextBuffer& out, QByteArrayView utf8);
 
-// One row as a JSON object with the keys time, level, source, message and raw, in that order.
-QString rowJson(const LogRow& row);
+// One row as a JSON object with the keys time, level, source, message and raw,
+// in that order, and a line feed.
+void appendRowJson(TextBuffer& out, const LogRowView& row);
 
 // Whether terminal colours are wanted: only on a terminal, and never when NO_COLOR is set.
 bool wantColour(bool outIsTerminal);
@@ -24,14 +29,16 @@ public:
     explicit RowFormatter(bool colour) : colour_(colour) {}
 
     // Widens the columns for a batch before any of it is printed.
-    void fit(const LogRow& row);
+    void fit(const LogRowView& row);
     // One line, or several when the message holds line breaks; ends with a line feed.
-    QString row(const LogRow& row);
+    void row(TextBuffer& out, const LogRowView& row);
     // Text that belongs to the row printed last, indented under its message.
-    QString continuation(QStringView text) const;
+    void continuation(TextBuffer& out, QUtf8StringView text) const;
 
 private:
     qsizetype messageColumn() const;
+    void cell(TextBuffer& out, QUtf8StringView text, qsizetype textWidth, qsizetype width,
+              SystemColor colour, bool bold) const;
 
     bool colour_;
     qsizetype time_ = 0;

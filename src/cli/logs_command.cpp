@@ -19,7 +19,8 @@
 #include "logs/log_rows.h"
 #include "logs/log_stream.h"
 #include "logs/log_tail.h"
-#include "platform/text.h"
+#include "logs/log_text.h"
+#include "logs/utf8.h"
 
 namespace varnel::cli {
 
@@ -92,6 +93,35 @@ int listLogs(const QStringList& args, Io& io) {
 
 // ----- parse -----
 
+// One line of `logs parse`: read as the whole input decoded as UTF-8 would
+// read it (U+FFFD for bytes that are not UTF-8, U+FEFF kept), then parsed.
+class LineParser {
+public:
+    void parse(QByteArrayView line, TextBuffer& out) {
+        const utf8::LineScan scan = utf8::scanLine(line.data(), 0, line.size());
+        QUtf8StringView text(line.data(), line.size());
+        if (!scan.ascii && !line.isValidUtf8()) {
+            repaired_ = utf8::encode(utf8::decodeKeepingMarks(line));
+            text = QUtf8StringView(repaired_);
+        }
+        side_.truncate(0);
+        const LogParser::Spans s = parser_.parse(
+            text, {scan.ascii && text.data() == line.data(), scan.escape || !scan.ascii, false},
+            side_);
+        const QUtf8StringView side(side_.data(), side_.size());
+        const auto field = [&](const LogParser::Span& span) {
+            return LogParser::resolve(span, text, side);
+        };
+        appendRowJson(
+            out, {field(s.time), field(s.level), field(s.source), field(s.message), field(s.raw)});
+    }
+
+private:
+    LogParser::Parser parser_;
+    ByteStore side_{4096};
+    QByteArray repaired_;
+};
+
 int parseLines(const QStringList& args, Io& io) {
     Options options = logsOptions();
     if (const auto stop = options.parse(args, io)) return *stop;
@@ -102,23 +132,54 @@ int parseLines(const QStringList& args, Io& io) {
 
     // A user's own file, named as on this machine: not looked up in the suite.
     QFile file;
-    const bool opened = name == QStringLiteral("-")
-                            ? file.open(stdin, QIODevice::ReadOnly)
-                            : (file.setFileName(name), file.open(QIODevice::ReadOnly));
-    const QByteArray bytes = opened ? file.readAll() : QByteArray();
-    if (!opened || file.error() != QFileDevice::NoError) {
+    const bool opened =
+        name == QStringLiteral("-")
+            ? file.open(STDIN_FILENO, QIODevice::ReadOnly | QIODevice::Unbuffered)
+            : (file.setFileName(name), file.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+    if (!opened) {
         note(io, QStringLiteral("cannot read %1: %2").arg(name, file.errorString()));
         return exitFailure;
     }
-    const QString text = QString::fromUtf8(bytes);
 
-    QStringView rest(text);
-    if (rest.endsWith(u'\n')) rest.chop(1);  // a final line feed ends a line, it starts none
-    if (!text.isEmpty()) {
-        for (QStringView line : rest.split(u'\n'))
-            io.out << rowJson(LogParser::parse(line)) << '\n';
+    // Read and written a piece at a time, so memory stays the same whatever
+    // the input's size: only a line longer than a piece is held whole.
+    constexpr qsizetype kPiece = qsizetype(1) << 20;
+    ByteOutput output(io, kCommand);
+    LineParser parser;
+    QByteArray pending;  // the start of a line whose end is still to be read
+    qsizetype lineStart = 0;
+    bool atStart = true;
+    while (true) {
+        const qsizetype kept = pending.size() - lineStart;
+        if (lineStart > 0) pending.remove(0, lineStart);
+        lineStart = 0;
+        pending.resize(kept + kPiece);
+        const qint64 got = file.read(pending.data() + kept, kPiece);
+        if (got < 0) {
+            note(io, QStringLiteral("cannot read %1: %2").arg(name, file.errorString()));
+            output.flush();
+            return exitFailure;
+        }
+        pending.truncate(kept + qsizetype(got));
+        if (atStart && (pending.size() >= 3 || got == 0)) {
+            // A byte-order mark at the very start is no character of the first line.
+            if (pending.startsWith("\xEF\xBB\xBF")) lineStart = 3;
+            atStart = false;
+        }
+        if (got == 0) break;
+        if (atStart) continue;
+        for (qsizetype lineFeed = pending.indexOf('\n', lineStart); lineFeed >= 0;
+             lineFeed = pending.indexOf('\n', lineStart)) {
+            parser.parse(QByteArrayView(pending).sliced(lineStart, lineFeed - lineStart),
+                         output.buffer());
+            lineStart = lineFeed + 1;
+            if (!output.pass()) return exitFailure;
+        }
     }
-    return flushOut(io, kCommand) ? exitOk : exitFailure;
+    // A final line feed ends a line; it starts none.
+    if (lineStart < pending.size())
+        parser.parse(QByteArrayView(pending).sliced(lineStart), output.buffer());
+    return output.flush() ? exitOk : exitFailure;
 }
 
 // ----- show -----
@@ -141,25 +202,42 @@ std::optional<LevelChoice> levelChoice(const QString& value) {
 
 class RowPrinter {
 public:
-    RowPrinter(Io& io, bool json) : io_(io), json_(json), text_(wantColour(io.outIsTerminal)) {}
+    RowPrinter(Io& io, bool json)
+        : out_(io, kCommand), json_(json), text_(wantColour(io.outIsTerminal)) {}
 
     // False when the output could not be written.
-    bool print(const QList<LogStream::Item>& items) {
+    bool print(const LogStream::Items& items) {
         if (items.isEmpty()) return true;
-        for (const LogStream::Item& item : items) text_.fit(item.row);
-        for (const LogStream::Item& item : items) {
+        if (!json_)
+            for (const LogStream::Item& item : items.list) text_.fit(item.row);
+        for (const LogStream::Item& item : items.list) {
             if (json_)
-                io_.out << rowJson(item.row) << '\n';
+                appendRowJson(out_.buffer(), item.row);
             else if (item.kind == LogStream::Item::Kind::continuation)
-                io_.out << text_.continuation(text::trimBlanks(item.row.message));
+                text_.continuation(out_.buffer(), utf8::trimBlanks(item.row.message));
             else
-                io_.out << text_.row(item.row);
+                text_.row(out_.buffer(), item.row);
+            if (!out_.pass()) return false;
         }
-        return flushOut(io_, kCommand);
+        return out_.flush();
+    }
+
+    // The rows of a whole load at once.
+    bool print(const LogRows& rows, const QList<qsizetype>& shown) {
+        if (!json_)
+            for (const qsizetype i : shown) text_.fit(rows[i]);
+        for (const qsizetype i : shown) {
+            if (json_)
+                appendRowJson(out_.buffer(), rows[i]);
+            else
+                text_.row(out_.buffer(), rows[i]);
+            if (!out_.pass()) return false;
+        }
+        return out_.flush();
     }
 
 private:
-    Io& io_;
+    ByteOutput out_;
     bool json_;
     RowFormatter text_;
 };
@@ -306,29 +384,48 @@ int showLog(const QStringList& args, Io& io) {
         path = sources.first().path;
     }
 
+    RowPrinter printer(io, options.json);
+    const auto status = [&](qsizetype shown, qsizetype total, const LogTail& tail) {
+        io.err << terminalSafe(statusLine(shown, total, tail.truncated && !tail.error, *path))
+               << '\n';
+        io.err.flush();
+    };
+    if (!options.follow) {
+        // The rows a stream would hand on, without one. JSON readers get each
+        // row once it is whole, so the last row follows the status line, as
+        // it does when following.
+        const LogTail tail = readLogTail(*path);
+        const LogRows rows =
+            tail.error ? LogRows::fromError(*tail.error) : LogRows::build(tail.text);
+        QList<qsizetype> shown = filterRows(rows, options.filter);
+        const qsizetype total = shown.size();
+        QList<qsizetype> held;
+        if (options.json && !shown.isEmpty() && shown.last() == rows.size() - 1)
+            held.append(shown.takeLast());
+        if (!printer.print(rows, shown)) return exitFailure;
+        status(total, rows.size(), tail);
+        const bool printed = printer.print(rows, held);
+        return printed && !tail.error ? exitOk : exitFailure;
+    }
+
     // Followed, only whole lines are shown: an unfinished last line waits for its line feed.
     LogReader reader(*path);
-    const LogTail tail = options.follow ? reader.start(kTailBytes) : readLogTail(*path);
-    const QString text =
-        options.follow ? tail.text.left(tail.text.lastIndexOf(u'\n') + 1) : tail.text;
-    const LogRows rows = tail.error ? LogRows::fromError(*tail.error) : LogRows::build(text);
+    const LogTail tail = reader.start(kTailBytes);
+    const LogRows rows =
+        tail.error ? LogRows::fromError(*tail.error)
+                   : LogRows::build(tail.text.left(tail.text.bytes().lastIndexOf('\n') + 1));
 
     // JSON readers get each row once, whole; people see rows at once.
     LogStream stream(options.filter,
                      options.json ? LogStream::Rows::whole : LogStream::Rows::atOnce);
-    RowPrinter printer(io, options.json);
     const LogStream::Batch first = stream.start(rows);
     if (!printer.print(first.items)) return exitFailure;
-    io.err << terminalSafe(
-                  statusLine(first.shown, first.total, tail.truncated && !tail.error, *path))
-           << '\n';
-    io.err.flush();
+    status(first.shown, first.total, tail);
     if (tail.error) {
         printer.print(stream.end());
         return exitFailure;
     }
-    if (options.follow) return follow(reader, stream, printer, io);
-    return printer.print(stream.end()) ? exitOk : exitFailure;
+    return follow(reader, stream, printer, io);
 }
 
 }  // namespace

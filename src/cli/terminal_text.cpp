@@ -1,40 +1,118 @@
 #include "cli/terminal_text.h"
 
-#include <algorithm>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+#include <bit>
+
+#include "logs/utf8.h"
 
 namespace varnel::cli {
 
 namespace {
 
-bool isControl(char16_t c, Tabs tabs) {
-    return (c < 0x20 && (c != u'\t' || tabs == Tabs::show)) || (c >= 0x7F && c <= 0x9F);
+// A byte that may start something to change: a C0 control, DEL, or the lead
+// byte of a C1 control.
+bool mayChange(uchar c) {
+    return c < 0x20 || c == 0x7F || c == 0xC2;
 }
 
-constexpr char16_t kEscapePicture = 0x241B;
+// Every byte becomes at most three (a control picture), and an indented line
+// break adds the indent.
+constexpr qsizetype kMostPerByte = 3;
+
+char* putPicture(char* o, char16_t picture) {
+    // U+2400 to U+2421: three bytes, E2 90 xx.
+    *o++ = char(0xE2);
+    *o++ = char(0x90);
+    *o++ = char(0x80 | (picture & 0x3F));
+    return o;
+}
 
 }  // namespace
 
-QString terminalSafe(QStringView text, Tabs tabs) {
-    const auto first = std::find_if(text.begin(), text.end(),
-                                    [tabs](QChar c) { return isControl(c.unicode(), tabs); });
-    if (first == text.end()) return text.toString();
-    QString out;
-    out.reserve(text.size() + 8);
-    out.append(QStringView(text.begin(), first));
-    for (auto it = first; it != text.end(); ++it) {
-        const char16_t c = it->unicode();
-        if (!isControl(c, tabs)) {
-            out.append(*it);
+void appendTerminalSafe(TextBuffer& out, QByteArrayView utf8, Tabs tabs, qsizetype lineIndent) {
+    const auto* p = reinterpret_cast<const uchar*>(utf8.data());
+    const uchar* end = p + utf8.size();
+    char* o = out.room(kMostPerByte * utf8.size() + 16);
+    while (p != end) {
+        const uchar* run = p;  // copied as it is from here on
+#if defined(__SSE2__)
+        // Sixteen bytes a step, copied whole and kept up to the first one to change.
+        const __m128i below = _mm_set1_epi8(0x1F);
+        const __m128i del = _mm_set1_epi8(0x7F);
+        const __m128i c1 = _mm_set1_epi8(char(0xC2));
+        while (end - p >= 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
+            const __m128i hit =
+                _mm_or_si128(_mm_cmpeq_epi8(_mm_max_epu8(v, below), below),
+                             _mm_or_si128(_mm_cmpeq_epi8(v, del), _mm_cmpeq_epi8(v, c1)));
+            const unsigned mask = unsigned(_mm_movemask_epi8(hit));
+            const int clean = mask == 0 ? 16 : std::countr_zero(mask);
+            o += clean;
+            p += clean;
+            if (mask != 0) break;
+        }
+#endif
+        while (end - p >= 8 && !anyOf8<0x7F, 0xC2>(reinterpret_cast<const char*>(p), 0x20)) {
+            std::memcpy(o, p, 8);
+            o += 8;
+            p += 8;
+        }
+        // The last eight bytes at once when they belong to this run: what they
+        // share with the bytes copied already is copied again, the same.
+        if (p != end && end - p < 8 && end - run >= 8 &&
+            !anyOf8<0x7F, 0xC2>(reinterpret_cast<const char*>(end - 8), 0x20)) {
+            std::memcpy(o - (p - (end - 8)), end - 8, 8);
+            o += end - p;
+            p = end;
+        }
+        while (p != end && !mayChange(*p)) *o++ = char(*p++);
+        if (p == end) break;
+        const uchar c = *p;
+        if (c == '\t' && tabs == Tabs::keep) {
+            *o++ = '\t';
+            ++p;
+        } else if (c == '\n' && lineIndent >= 0) {
+            *o++ = '\n';
+            out.commit(o);
+            out.appendSpaces(lineIndent);
+            ++p;
+            o = out.room(kMostPerByte * (end - p) + 16);
         } else if (c < 0x20) {
-            out.append(QChar(char16_t(0x2400 + c)));
+            o = putPicture(o, char16_t(0x2400 + c));
+            ++p;
         } else if (c == 0x7F) {
-            out.append(QChar(char16_t(0x2421)));
+            o = putPicture(o, 0x2421);
+            ++p;
+        } else if (end - p >= 2 && p[1] >= 0x80 && p[1] <= 0x9F) {
+            o = putPicture(o, 0x241B);
+            *o++ = char(p[1] - 0x40);
+            p += 2;
         } else {
-            out.append(QChar(kEscapePicture));
-            out.append(QChar(char16_t(c - 0x40)));
+            *o++ = char(c);
+            ++p;
         }
     }
-    return out;
+    out.commit(o);
+}
+
+qsizetype terminalWidthSlow(QByteArrayView utf8) {
+    qsizetype width = 0;
+    for (qsizetype i = 0; i < utf8.size(); ++i) {
+        const uchar c = uchar(utf8[i]);
+        width += (c & 0xC0) != 0x80;
+        // A C1 control is shown as two characters.
+        if (c == 0xC2 && i + 1 < utf8.size() && uchar(utf8[i + 1]) <= 0x9F) ++width;
+    }
+    return width;
+}
+
+QString terminalSafe(QStringView text, Tabs tabs) {
+    TextBuffer out;
+    appendTerminalSafe(out, utf8::encode(text), tabs);
+    return QString::fromUtf8(out.data(), out.size());
 }
 
 }  // namespace varnel::cli

@@ -1,13 +1,14 @@
 #pragma once
 
-#include <QStringView>
+#include <QByteArrayView>
 
 namespace varnel {
 
-// Finds a lower-case ASCII needle in ASCII text, ignoring case: for ASCII,
-// lower-casing the text first gives exactly this. Candidates are found many
-// positions at a time by their first two characters with bit 0x20 set (equal
-// letters in any case agree there, a few other pairs too), then checked.
+// Finds a lower-case ASCII needle in UTF-8 text, ignoring ASCII case: for text
+// whose characters lower-case to ASCII only when they are ASCII, lower-casing
+// the text first gives exactly this. Candidates are found many positions at a
+// time by their first two bytes with bit 0x20 set (equal letters in any case
+// agree there, a few other pairs too), then checked.
 class AsciiFinder {
 public:
     enum class Path {
@@ -17,39 +18,40 @@ public:
     // sse2 where the build has it, else portable.
     static Path fastest();
 
-    explicit AsciiFinder(QStringView needle, Path path = fastest())
-        : needle_(needle), path_(path) {}
+    explicit AsciiFinder(QByteArrayView needle, Path path = fastest())
+        : needle_(needle), path_(path), first_(needle.isEmpty() ? 0 : uchar(needle[0] | 0x20)) {}
 
     // Inline: the filter asks four times a row, mostly of short fields.
-    bool foundIn(QStringView text) const {
+    bool foundIn(QByteArrayView text) const {
         const qsizetype m = needle_.size();
         const qsizetype last = text.size() - m;
         if (m == 0 || last < 0) return m == 0;
-        const char16_t* h = text.utf16();
+        const char* h = text.data();
         qsizetype i = 0;
-        if (m >= 2 && last >= 7) {
+        if (m >= 2 && last >= 15) {
             bool found = false;
             i = path_ == Path::sse2 ? candidatesSse2(h, last, found)
                                     : candidatesPortable(h, last, found);
             if (found) return true;
         }
         for (; i <= last; ++i)
-            if (matchesAt(h + i)) return true;
+            if ((uchar(h[i]) | 0x20) == first_ && matchesAt(h + i)) return true;
         return false;
     }
 
 private:
-    static char16_t lower(char16_t c) { return (c >= u'A' && c <= u'Z') ? char16_t(c + 0x20) : c; }
-    bool matchesAt(const char16_t* at) const {
+    static char lower(char c) { return (c >= 'A' && c <= 'Z') ? char(c + 0x20) : c; }
+    bool matchesAt(const char* at) const {
         for (qsizetype k = 0; k < needle_.size(); ++k)
-            if (lower(at[k]) != needle_[k].unicode()) return false;
+            if (lower(at[k]) != needle_[k]) return false;
         return true;
     }
-    qsizetype candidatesSse2(const char16_t* h, qsizetype last, bool& found) const;
-    qsizetype candidatesPortable(const char16_t* h, qsizetype last, bool& found) const;
+    qsizetype candidatesSse2(const char* h, qsizetype last, bool& found) const;
+    qsizetype candidatesPortable(const char* h, qsizetype last, bool& found) const;
 
-    QStringView needle_;
+    QByteArrayView needle_;
     Path path_;
+    uchar first_;  // the first byte with bit 0x20 set, as candidates are found
 };
 
 }  // namespace varnel

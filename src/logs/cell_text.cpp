@@ -1,5 +1,9 @@
 #include "logs/cell_text.h"
 
+#include <algorithm>
+
+#include "logs/utf8.h"
+
 namespace varnel {
 
 namespace {
@@ -21,13 +25,31 @@ qsizetype cutAt(QStringView text, qsizetype cap) {
 }  // namespace
 
 QString CellText::toString() const {
-    if (more == 0) return head.toString();
-    return head.toString() + u' ' + moreCharacters(more);
+    if (more == 0) return utf8::toString(head);
+    return utf8::toString(head) + u' ' + moreCharacters(more);
 }
 
-CellText cellText(QStringView message, qsizetype cap) {
-    const qsizetype cut = cutAt(message, cap);
-    return {message.first(cut), message.size() - cut};
+CellText cellText(QUtf8StringView message, qsizetype cap) {
+    // A byte is at most one code unit, so a short message needs no counting.
+    if (message.size() <= cap) return {message, 0};
+    const char* bytes = message.data();
+    const qsizetype size = message.size();
+    qsizetype at = 0;
+    qsizetype units = 0;
+    while (at < size) {
+        const uchar lead = uchar(bytes[at]);
+        const int length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        const int width = length == 4 ? 2 : 1;
+        if (units + width > cap) break;
+        units += width;
+        at += length;
+    }
+    qsizetype more = 0;
+    for (qsizetype i = at; i < size; ++i) {
+        const uchar c = uchar(bytes[i]);
+        more += ((c & 0xC0) != 0x80) + (c >= 0xF0);
+    }
+    return {message.first(std::min(at, size)), more};
 }
 
 QString tooltipText(QStringView raw) {

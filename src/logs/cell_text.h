@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QStringView>
+#include <QUtf8StringView>
 
 // What the log table puts into a cell, a tool tip and the follow notice: laying
 // text out costs more than linearly in its length, so nothing the table draws
@@ -12,17 +13,18 @@ namespace varnel {
 // normal column, and a few milliseconds of layout at worst.
 inline constexpr qsizetype cellCharacterCap = 2000;
 
-// A message as a cell shows it: its head, and how many characters follow.
+// A row's message as a cell shows it: its head, and how many characters
+// (UTF-16 code units, as the text is drawn) follow.
 struct CellText {
-    QStringView head;
+    QUtf8StringView head;
     qsizetype more = 0;
 
     // The head, then " … N more characters" when something was left out.
     QString toString() const;
 };
 
-// Never splits a surrogate pair.
-CellText cellText(QStringView message, qsizetype cap = cellCharacterCap);
+// The head holds at most `cap` code units and ends at a character's end.
+CellText cellText(QUtf8StringView message, qsizetype cap = cellCharacterCap);
 
 // A raw line (or the lines of a folded row) for a tool tip: long lines broken
 // into pieces a screen can hold, at most a few of them, and then how many

@@ -1,6 +1,11 @@
 #include "logs/json_fields.h"
 
 #include <array>
+#include <bit>
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace varnel::json_fields {
 
@@ -28,46 +33,41 @@ enum Slot : int {
     kNoSlot = -1,
 };
 
-// Inline, because Qt's out-of-line comparison dominates for keys this short.
 template <size_t N>
-bool is(QStringView key, const char16_t (&word)[N]) {
-    if (key.size() != qsizetype(N - 1)) return false;
-    const char16_t* k = key.utf16();
-    for (size_t i = 0; i < N - 1; ++i)
-        if (k[i] != word[i]) return false;
-    return true;
+bool is(const char* key, qsizetype size, const char (&word)[N]) {
+    return size == qsizetype(N - 1) && std::memcmp(key, word, N - 1) == 0;
 }
 
-int topLevelSlot(QStringView key) {
-    switch (key.size()) {
+int topLevelSlot(const char* key, qsizetype size) {
+    switch (size) {
         case 2:
-            return is(key, u"ts") ? kTs : kNoSlot;
+            return is(key, size, "ts") ? kTs : kNoSlot;
         case 3:
-            if (is(key, u"lvl")) return kLvl;
-            if (is(key, u"msg")) return kMsg;
+            if (is(key, size, "lvl")) return kLvl;
+            if (is(key, size, "msg")) return kMsg;
             return kNoSlot;
         case 4:
-            if (is(key, u"time")) return kTime;
-            if (is(key, u"name")) return kName;
-            if (is(key, u"body")) return kBody;
+            if (is(key, size, "time")) return kTime;
+            if (is(key, size, "name")) return kName;
+            if (is(key, size, "body")) return kBody;
             return kNoSlot;
         case 5:
-            return is(key, u"level") ? kLevel : kNoSlot;
+            return is(key, size, "level") ? kLevel : kNoSlot;
         case 6:
-            if (is(key, u"target")) return kTarget;
-            if (is(key, u"module")) return kModule;
-            if (is(key, u"logger")) return kLogger;
-            if (is(key, u"source")) return kSource;
-            if (is(key, u"fields")) return kFields;
+            if (is(key, size, "target")) return kTarget;
+            if (is(key, size, "module")) return kModule;
+            if (is(key, size, "logger")) return kLogger;
+            if (is(key, size, "source")) return kSource;
+            if (is(key, size, "fields")) return kFields;
             return kNoSlot;
         case 7:
-            return is(key, u"message") ? kMessage : kNoSlot;
+            return is(key, size, "message") ? kMessage : kNoSlot;
         case 8:
-            return is(key, u"severity") ? kSeverity : kNoSlot;
+            return is(key, size, "severity") ? kSeverity : kNoSlot;
         case 9:
-            return is(key, u"timestamp") ? kTimestamp : kNoSlot;
+            return is(key, size, "timestamp") ? kTimestamp : kNoSlot;
         case 10:
-            return is(key, u"@timestamp") ? kAtTimestamp : kNoSlot;
+            return is(key, size, "@timestamp") ? kAtTimestamp : kNoSlot;
         default:
             return kNoSlot;
     }
@@ -79,19 +79,19 @@ constexpr int kMaxDepth = 32;
 // rounding can make Qt's reading differ from the digits as written.
 constexpr qsizetype kMaxDigits = 15;
 
-bool isDigit(char16_t c) {
-    return c >= u'0' && c <= u'9';
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
 }
 
-int hexValue(char16_t c) {
-    if (c >= u'0' && c <= u'9') return c - u'0';
-    if (c >= u'a' && c <= u'f') return c - u'a' + 10;
-    if (c >= u'A' && c <= u'F') return c - u'A' + 10;
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
     return -1;
 }
 
 // The four hex digits after "\u" at p, or -1.
-int hexQuad(const char16_t* p) {
+int hexQuad(const char* p) {
     int value = 0;
     for (int i = 0; i < 4; ++i) {
         const int digit = hexValue(p[i]);
@@ -101,12 +101,40 @@ int hexQuad(const char16_t* p) {
     return value;
 }
 
+// Bytes that end a run of plain string content: the quote, the backslash,
+// controls, and anything above ASCII (looked at one by one for byte-order marks).
+bool special(char c) {
+    return c == '"' || c == '\\' || uchar(c) < 0x20 || uchar(c) >= 0x80;
+}
+
+const char* skipPlain(const char* p, const char* end) {
+#if defined(__SSE2__)
+    const __m128i quote = _mm_set1_epi8('"');
+    const __m128i backslash = _mm_set1_epi8('\\');
+    const __m128i space = _mm_set1_epi8(0x20);
+    while (end - p >= 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        // Signed: bytes above 0x7F count as below the space too.
+        const __m128i hit =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
+                         _mm_cmplt_epi8(v, space));
+        const unsigned mask = unsigned(_mm_movemask_epi8(hit));
+        if (mask != 0) return p + std::countr_zero(mask);
+        p += 16;
+    }
+#endif
+    while (p != end && !special(*p)) ++p;
+    return p;
+}
+
 enum class Mode { top, nested, other };
 
 class Scanner {
 public:
-    explicit Scanner(QStringView text)
-        : begin_(text.utf16()), p_(text.utf16()), end_(text.utf16() + text.size()) {}
+    explicit Scanner(QUtf8StringView text)
+        : begin_(reinterpret_cast<const char*>(text.data())),
+          p_(begin_),
+          end_(begin_ + text.size()) {}
 
     std::optional<Fields> run() {
         if (!object(1, Mode::top)) return std::nullopt;
@@ -116,17 +144,27 @@ public:
     }
 
 private:
+    static bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
     void skipSpace() {
-        while (p_ != end_ && (*p_ == u' ' || *p_ == u'\t' || *p_ == u'\n' || *p_ == u'\r')) ++p_;
+        while (p_ != end_ && isSpace(*p_)) ++p_;
+    }
+    // Past white space to the next character, which must be `c`.
+    bool expect(char c) {
+        if (p_ != end_ && isSpace(*p_)) skipSpace();
+        if (p_ == end_ || *p_ != c) return false;
+        ++p_;
+        return true;
     }
 
     bool string(Value& out) {
         ++p_;  // the opening quote
-        const char16_t* start = p_;
+        const char* start = p_;
         bool escaped = false;
-        while (p_ != end_) {
-            const char16_t c = *p_;
-            if (c == u'"') {
+        while (true) {
+            p_ = skipPlain(p_, end_);
+            if (p_ == end_) return false;
+            const char c = *p_;
+            if (c == '"') {
                 out.kind = Value::Kind::string;
                 out.escaped = escaped;
                 out.pos = start - begin_;
@@ -134,23 +172,24 @@ private:
                 ++p_;
                 return true;
             }
-            if (c == u'\\') {
+            if (c == '\\') {
                 escaped = true;
                 if (end_ - p_ < 2) return false;
                 switch (p_[1]) {
-                    case u'"':
-                    case u'\\':
-                    case u'/':
-                    case u'b':
-                    case u'f':
-                    case u'n':
-                    case u'r':
-                    case u't':
+                    case '"':
+                    case '\\':
+                    case '/':
+                    case 'b':
+                    case 'f':
+                    case 'n':
+                    case 'r':
+                    case 't':
                         p_ += 2;
                         continue;
-                    case u'u': {
+                    case 'u': {
                         if (end_ - p_ < 6) return false;
                         const int unit = hexQuad(p_ + 2);
+                        // Surrogates, paired or not, are left to Qt's reader.
                         if (unit < 0 || (unit >= 0xD800 && unit <= 0xDFFF)) return false;
                         p_ += 6;
                         continue;
@@ -159,25 +198,21 @@ private:
                         return false;
                 }
             }
-            // Qt's reader drops a byte-order mark inside strings.
-            if (c < 0x20 || c == 0xFEFF) return false;
-            if (c >= 0xD800 && c <= 0xDFFF) {
-                // Only a well-formed pair is plain text to Qt's reader.
-                if (c >= 0xDC00 || end_ - p_ < 2 || p_[1] < 0xDC00 || p_[1] > 0xDFFF) return false;
-                p_ += 2;
-                continue;
-            }
+            if (uchar(c) < 0x20) return false;
+            // Above ASCII: a byte-order mark is left to Qt's reader; anything
+            // else is plain content.
+            if (uchar(c) == 0xEF && end_ - p_ >= 3 && uchar(p_[1]) == 0xBB && uchar(p_[2]) == 0xBF)
+                return false;
             ++p_;
         }
-        return false;
     }
 
     bool number(Value& out) {
-        const char16_t* start = p_;
-        if (*p_ == u'-') ++p_;
+        const char* start = p_;
+        if (*p_ == '-') ++p_;
         if (p_ == end_ || !isDigit(*p_)) return false;
-        const char16_t* digits = p_;
-        if (*p_ == u'0') {
+        const char* digits = p_;
+        if (*p_ == '0') {
             ++p_;
             if (p_ != end_ && isDigit(*p_)) return false;
         } else {
@@ -185,59 +220,60 @@ private:
         }
         if (p_ - digits > kMaxDigits) return false;
         bool fraction = false;
-        if (p_ != end_ && *p_ == u'.') {
+        if (p_ != end_ && *p_ == '.') {
             ++p_;
-            const char16_t* fractionStart = p_;
+            const char* fractionStart = p_;
             while (p_ != end_ && isDigit(*p_)) ++p_;
             const qsizetype count = p_ - fractionStart;
             if (count == 0 || count > kMaxDigits) return false;
             fraction = true;
         }
-        if (p_ != end_ && (*p_ == u'e' || *p_ == u'E')) return false;
+        if (p_ != end_ && (*p_ == 'e' || *p_ == 'E')) return false;
         out.kind = Value::Kind::number;
         out.pos = start - begin_;
         out.size = p_ - start;
         // Qt prints -0 as "0"; leave that one to it.
-        out.plainInteger = !fraction && !(out.size == 2 && start[0] == u'-');
+        out.plainInteger = !fraction && !(out.size == 2 && start[0] == '-');
         return true;
     }
 
-    bool literal(QStringView word) {
-        if (end_ - p_ < word.size() || QStringView(p_, word.size()) != word) return false;
-        p_ += word.size();
+    template <size_t N>
+    bool literal(const char (&word)[N]) {
+        if (end_ - p_ < qsizetype(N - 1) || std::memcmp(p_, word, N - 1) != 0) return false;
+        p_ += N - 1;
         return true;
     }
 
     // After a value: white space, then one of the structural characters.
     bool atValueEnd() {
-        skipSpace();
-        return p_ != end_ && (*p_ == u',' || *p_ == u'}' || *p_ == u']');
+        if (p_ != end_ && isSpace(*p_)) skipSpace();
+        return p_ != end_ && (*p_ == ',' || *p_ == '}' || *p_ == ']');
     }
 
     bool value(int depth, Value& out, Mode childMode) {
         if (p_ == end_) return false;
         switch (*p_) {
-            case u'"':
+            case '"':
                 if (!string(out)) return false;
                 break;
-            case u'{':
+            case '{':
                 if (depth >= kMaxDepth || !object(depth + 1, childMode)) return false;
                 break;
-            case u'[':
+            case '[':
                 if (depth >= kMaxDepth || !array(depth + 1)) return false;
                 break;
-            case u't':
-                if (!literal(u"true")) return false;
+            case 't':
+                if (!literal("true")) return false;
                 out.kind = Value::Kind::boolean;
                 out.truth = true;
                 break;
-            case u'f':
-                if (!literal(u"false")) return false;
+            case 'f':
+                if (!literal("false")) return false;
                 out.kind = Value::Kind::boolean;
                 out.truth = false;
                 break;
-            case u'n':
-                if (!literal(u"null")) return false;
+            case 'n':
+                if (!literal("null")) return false;
                 break;
             default:
                 if (!number(out)) return false;
@@ -248,50 +284,47 @@ private:
 
     bool array(int depth) {
         ++p_;
-        skipSpace();
-        if (p_ != end_ && *p_ == u']') {
+        if (p_ != end_ && isSpace(*p_)) skipSpace();
+        if (p_ != end_ && *p_ == ']') {
             ++p_;
             return true;
         }
         while (true) {
             Value ignored;
             if (!value(depth, ignored, Mode::other)) return false;
-            if (*p_ == u']') {
+            if (*p_ == ']') {
                 ++p_;
                 return true;
             }
-            if (*p_ != u',') return false;
+            if (*p_ != ',') return false;
             ++p_;
-            skipSpace();
+            if (p_ != end_ && isSpace(*p_)) skipSpace();
         }
     }
 
     bool object(int depth, Mode mode) {
         ++p_;
-        skipSpace();
-        if (p_ != end_ && *p_ == u'}') {
+        if (p_ != end_ && isSpace(*p_)) skipSpace();
+        if (p_ != end_ && *p_ == '}') {
             ++p_;
             return true;
         }
         while (true) {
-            if (p_ == end_ || *p_ != u'"') return false;
+            if (p_ == end_ || *p_ != '"') return false;
             Value key;
-            if (!string(key)) return false;
-            skipSpace();
-            if (p_ == end_ || *p_ != u':') return false;
-            ++p_;
-            skipSpace();
+            if (!string(key) || !expect(':')) return false;
+            if (p_ != end_ && isSpace(*p_)) skipSpace();
 
             int slot = kNoSlot;
             bool nestedMessage = false;
             if (mode != Mode::other) {
                 // An escaped key could spell a key we want; the real reader decides.
                 if (key.escaped) return false;
-                const QStringView name(begin_ + key.pos, key.size);
+                const char* name = begin_ + key.pos;
                 if (mode == Mode::top) {
-                    slot = topLevelSlot(name);
+                    slot = topLevelSlot(name, key.size);
                 } else {
-                    nestedMessage = is(name, u"message");
+                    nestedMessage = is(name, key.size, "message");
                 }
             }
 
@@ -303,16 +336,16 @@ private:
             } else {
                 if (!value(depth, v, Mode::other)) return false;
             }
-            if (slot >= 0) slots_[slot] = v;
+            if (slot >= 0) slots_[size_t(slot)] = v;
             if (nestedMessage) nested_ = v.kind == Value::Kind::string ? v : Value{};
 
-            if (*p_ == u'}') {
+            if (*p_ == '}') {
                 ++p_;
                 return true;
             }
-            if (*p_ != u',') return false;
+            if (*p_ != ',') return false;
             ++p_;
-            skipSpace();
+            if (p_ != end_ && isSpace(*p_)) skipSpace();
         }
     }
 
@@ -342,58 +375,71 @@ private:
         return f;
     }
 
-    const char16_t* begin_;
-    const char16_t* p_;
-    const char16_t* end_;
+    const char* begin_;
+    const char* p_;
+    const char* end_;
     std::array<Value, kSlotCount> slots_{};
     Value nested_;
 };
 
 }  // namespace
 
-std::optional<Fields> extract(QStringView text) {
-    if (text.isEmpty() || text.front() != u'{') return std::nullopt;
+std::optional<Fields> extract(QUtf8StringView text) {
+    if (text.isEmpty() || text.front() != '{') return std::nullopt;
     return Scanner(text).run();
 }
 
-QString unescape(QStringView content) {
-    QString out;
-    out.reserve(content.size());
-    const char16_t* p = content.utf16();
-    const char16_t* end = p + content.size();
+qsizetype unescape(QUtf8StringView content, char* out) {
+    const char* p = reinterpret_cast<const char*>(content.data());
+    const char* end = p + content.size();
+    char* o = out;
     while (p != end) {
-        if (*p != u'\\') {
-            out.append(QChar(*p++));
-            continue;
-        }
-        const char16_t kind = p[1];
+        const char* plain = p;
+        const void* backslash = std::memchr(p, '\\', size_t(end - p));
+        p = backslash == nullptr ? end : static_cast<const char*>(backslash);
+        std::memcpy(o, plain, size_t(p - plain));
+        o += p - plain;
+        if (p == end) break;
+        const char kind = p[1];
         p += 2;
         switch (kind) {
-            case u'b':
-                out.append(QChar(u'\b'));
+            case 'b':
+                *o++ = '\b';
                 break;
-            case u'f':
-                out.append(QChar(u'\f'));
+            case 'f':
+                *o++ = '\f';
                 break;
-            case u'n':
-                out.append(QChar(u'\n'));
+            case 'n':
+                *o++ = '\n';
                 break;
-            case u'r':
-                out.append(QChar(u'\r'));
+            case 'r':
+                *o++ = '\r';
                 break;
-            case u't':
-                out.append(QChar(u'\t'));
+            case 't':
+                *o++ = '\t';
                 break;
-            case u'u':
-                out.append(QChar(char16_t(hexQuad(p))));
+            case 'u': {
+                // Never a surrogate: extract() leaves those to Qt.
+                const unsigned unit = unsigned(hexQuad(p));
                 p += 4;
+                if (unit < 0x80) {
+                    *o++ = char(unit);
+                } else if (unit < 0x800) {
+                    *o++ = char(0xC0 | (unit >> 6));
+                    *o++ = char(0x80 | (unit & 0x3F));
+                } else {
+                    *o++ = char(0xE0 | (unit >> 12));
+                    *o++ = char(0x80 | ((unit >> 6) & 0x3F));
+                    *o++ = char(0x80 | (unit & 0x3F));
+                }
                 break;
+            }
             default:
-                out.append(QChar(kind));
-                break;  // " \ /
+                *o++ = kind;  // " \ /
+                break;
         }
     }
-    return out;
+    return o - out;
 }
 
 }  // namespace varnel::json_fields

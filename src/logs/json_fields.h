@@ -1,15 +1,14 @@
 #pragma once
 
-#include <QString>
-#include <QStringView>
+#include <QUtf8StringView>
 #include <optional>
 
 // A single pass over one JSON object line that picks out the values a log row
 // needs, without building a document. It answers only when it is sure Qt's own
 // reader would accept the line the same way; anything unusual (exponents, long
-// or odd numbers, escaped keys, rare escapes, raw control characters, lone
-// surrogates, deep nesting, trailing text) makes it give up so the caller can
-// ask the real reader.
+// or odd numbers, escaped keys, rare escapes, raw control characters, byte-order
+// marks, deep nesting, trailing text) makes it give up so the caller can ask
+// the real reader. The line must be valid UTF-8.
 namespace varnel::json_fields {
 
 struct Value {
@@ -18,7 +17,7 @@ struct Value {
     bool escaped = false;       // a string whose content needs unescape()
     bool plainInteger = false;  // a number whose decimal text is exactly as written
     bool truth = false;         // for booleans
-    qsizetype pos = 0;          // string content (inside the quotes) or number text
+    qsizetype pos = 0;          // string content (inside the quotes) or number text, in bytes
     qsizetype size = 0;
 };
 
@@ -30,9 +29,10 @@ struct Fields {
 // `text` must begin with '{'. Each field is the value of the first key of its
 // list that gives a string, number or boolean, duplicates resolved as the last
 // occurrence. Nothing when the line cannot be decided here.
-std::optional<Fields> extract(QStringView text);
+std::optional<Fields> extract(QUtf8StringView text);
 
-// The text of a string's content that extract() accepted.
-QString unescape(QStringView content);
+// The content of a string that extract() accepted, unescaped into `out`, which
+// has room for content.size() bytes (the text never gets longer). Its length.
+qsizetype unescape(QUtf8StringView content, char* out);
 
 }  // namespace varnel::json_fields

@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "logs/utf8.h"
+
 namespace varnel::LogEncoding {
 
 namespace {
@@ -68,6 +70,11 @@ QString decode(QByteArrayView bytes, Kind kind) {
     if (!text) text = QString::fromUtf8(bytes);
     if (text->contains(QChar::ByteOrderMark)) text->remove(QChar::ByteOrderMark);
     return std::move(*text);
+}
+
+QByteArray toUtf8(QByteArray bytes, Kind kind) {
+    if (kind == Kind::utf8) return bytes;
+    return utf8::encode(decode(bytes, kind));
 }
 
 }  // namespace varnel::LogEncoding

@@ -34,4 +34,8 @@ qsizetype characterBoundary(QByteArrayView bytes, Kind kind);
 // removed, wherever it stands.
 QString decode(QByteArrayView bytes, Kind kind);
 
+// The bytes as UTF-8 for LogText, which reads UTF-8 leniently itself: UTF-8
+// stays as it is, UTF-16 is decoded as decode() does and written as UTF-8.
+QByteArray toUtf8(QByteArray bytes, Kind kind);
+
 }  // namespace varnel::LogEncoding

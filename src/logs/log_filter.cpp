@@ -2,6 +2,7 @@
 
 #include "logs/ascii_search.h"
 #include "logs/row_storage.h"
+#include "logs/utf8.h"
 
 namespace varnel {
 
@@ -11,7 +12,7 @@ namespace {
 constexpr QStringView kTitles[] = {u"All levels", u"ERROR", u"FATAL", u"WARN",
                                    u"INFO",       u"DEBUG", u"TRACE"};
 
-bool lowerContains(QStringView field, const QString& needle) {
+bool lowerContains(QUtf8StringView field, const QString& needle) {
     return field.toString().toLower().contains(needle);
 }
 
@@ -33,25 +34,31 @@ QList<qsizetype> filterRows(const LogRows& rows, const RowFilter& filter, qsizet
     to = to < 0 ? rows.size() : std::min(to, rows.size());
     const LogRows::Data& d = rows.data();
     const bool anyLevel = filter.level == LevelChoice::all;
-    const QStringView level = levelChoiceTitle(filter.level);
+    const QByteArray level = levelChoiceTitle(filter.level).toLatin1();
     const QString needle = filter.search.toLower();
     const bool asciiNeedle = QtPrivate::isAscii(QStringView(needle));
-    const AsciiFinder finder(needle);
+    const QByteArray asciiBytes = asciiNeedle ? needle.toLatin1() : QByteArray();
+    const AsciiFinder finder(asciiBytes);
+    const char* text = d.text->data();
+    const char* side = d.side->data();
+    const auto bytes = [&](rows::Ref ref) { return utf8::bytes(rows::view(ref, text, side)); };
     QList<qsizetype> shown;
     for (qsizetype i = from; i < to; ++i) {
         const rows::Record& record = d.record(i);
-        if (!anyLevel && d.view(record.fields[rows::kLevel]) != level) continue;
+        if (!anyLevel && bytes(record.fields[rows::kLevel]) != level) continue;
         bool pass = needle.isEmpty();
-        if (!pass) {
+        if (!pass && asciiNeedle && record.bytewise) {
+            // One look at the line rules most rows out at once.
+            const bool inFields =
+                !record.withinRaw || finder.foundIn(bytes(record.fields[rows::kRaw]));
+            pass = (inFields && (finder.foundIn(bytes(record.fields[rows::kMessage])) ||
+                                 finder.foundIn(bytes(record.fields[rows::kTime])) ||
+                                 finder.foundIn(bytes(record.fields[rows::kSource])))) ||
+                   finder.foundIn(bytes(record.fields[rows::kLevel]));
+        } else if (!pass) {
             const LogRowView v = d.row(record);
-            if (record.ascii) {
-                // ASCII text lower-cases to ASCII, which never holds other letters.
-                pass = asciiNeedle && (finder.foundIn(v.time) || finder.foundIn(v.level) ||
-                                       finder.foundIn(v.source) || finder.foundIn(v.message));
-            } else {
-                pass = lowerContains(v.time, needle) || lowerContains(v.level, needle) ||
-                       lowerContains(v.source, needle) || lowerContains(v.message, needle);
-            }
+            pass = lowerContains(v.time, needle) || lowerContains(v.level, needle) ||
+                   lowerContains(v.source, needle) || lowerContains(v.message, needle);
         }
         if (pass) shown.append(qsizetype(i));
     }

@@ -38,7 +38,7 @@ LogFollowChange LogFollow::load() {
     TailPlace place;
     LogTail tail = reader_.start(maxBytes_, &place);
     truncated_ = tail.truncated;
-    rows_ = tail.error ? LogRows::fromError(*tail.error) : LogRows::build(std::move(tail.text));
+    rows_ = tail.error ? LogRows::fromError(*tail.error) : LogRows::build(tail.text);
     windowStart_ = place.firstLine;
     // UTF-16 is decoded as a whole: its rows are only ever read afresh.
     continuable_ = !tail.error && place.encoding == LogEncoding::Kind::utf8 &&

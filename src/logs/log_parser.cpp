@@ -7,29 +7,31 @@
 #include <QVariant>
 #include <QtGlobal>
 #include <array>
+#include <cstring>
 #include <optional>
 
 #include "logs/json_fields.h"
+#include "logs/log_text.h"
+#include "logs/utf8.h"
 #include "platform/text.h"
 
 namespace varnel {
 
 namespace {
 
-using text::trimBlanks;
-
 constexpr qsizetype kLevelWindow = 80;
 constexpr qsizetype kMaxTag = 24;
 constexpr qsizetype kMaxPrefix = 40;
 constexpr qsizetype kLevelStartLimit = 3;
+// A code point takes at most this many bytes.
+constexpr qsizetype kMaxBytes = 4;
 
-constexpr char16_t kEscape = 0x1B;
+constexpr char kEscape = 0x1B;
 
 // fixedWord() indices.
 enum Word : int { kTrace, kDebug, kInfo, kWarn, kError, kFatal, kFalse, kTrue, kWordCount };
 
-const std::array<QStringView, kWordCount> kWords = {u"TRACE", u"DEBUG", u"INFO", u"WARN",
-                                                    u"ERROR", u"FATAL", u"0",    u"1"};
+const auto& kWords = LogParser::kFixedWords;
 
 QRegularExpression compiled(const QString& pattern, QRegularExpression::PatternOptions options) {
     QRegularExpression re(pattern, options | QRegularExpression::UseUnicodePropertiesOption);
@@ -37,6 +39,8 @@ QRegularExpression compiled(const QString& pattern, QRegularExpression::PatternO
     re.optimize();
     return re;
 }
+
+// ---- the reference reading: Qt's engines, step by step, over UTF-16 ----
 
 bool isHighSurrogate(char16_t c) {
     return c >= 0xD800 && c <= 0xDBFF;
@@ -81,13 +85,6 @@ QString withoutLoneSurrogates(QStringView s) {
     return out;
 }
 
-// normLevel() as a fixed word, or -1 when the result is some other text.
-int levelWordIndex(QStringView normalised) {
-    for (int i = kTrace; i <= kFatal; ++i)
-        if (normalised == kWords[size_t(i)]) return i;
-    return -1;
-}
-
 QString mapLevel(QString upper) {
     if (upper == u"WARNING") return QStringLiteral("WARN");
     if (upper == u"ERR") return QStringLiteral("ERROR");
@@ -95,11 +92,10 @@ QString mapLevel(QString upper) {
     return upper;
 }
 
-// ---- the reference reading: Qt's engines, step by step ----
-
 QString jsonValueText(const QJsonValue& v) {
     if (v.isBool()) return v.toBool() ? QStringLiteral("1") : QStringLiteral("0");
-    if (v.isString()) return v.toString();
+    // An escape can leave a lone surrogate, which UTF-8 cannot hold.
+    if (v.isString()) return withoutLoneSurrogates(v.toString());
     return v.toVariant().toString();
 }
 
@@ -126,7 +122,7 @@ std::optional<LogRow> referenceJson(const QString& cleaned) {
         const QJsonValue fields = object.value(u"fields");
         if (fields.isObject()) {
             const QJsonValue nested = fields.toObject().value(u"message");
-            if (nested.isString()) row.message = nested.toString();
+            if (nested.isString()) row.message = withoutLoneSurrogates(nested.toString());
         }
     }
     if (row.message.isEmpty()) row.message = cleaned;
@@ -145,11 +141,11 @@ LevelHit referenceLevel(QStringView window) {
     return {m.capturedStart(1), m.capturedLength(1), m.captured(1)};
 }
 
-bool startsEarly(QStringView window, qsizetype start) {
-    return codePoints(window.first(start), kLevelStartLimit) < kLevelStartLimit;
-}
+// ---- the fast reading, over UTF-8 ----
 
-// ---- the fast reading ----
+QString text16(QUtf8StringView s) {
+    return utf8::toString(s);
+}
 
 enum class Verdict { match, noMatch, undecided };
 
@@ -162,66 +158,74 @@ struct StampHit {
 // tsRegex by hand. The pattern's optional parts never need to give anything
 // back, so taking each greedily in turn is what the engine does too. A \d that
 // meets a character outside ASCII might be a Unicode digit: undecided.
-Verdict scanStamp(QStringView s, StampHit& hit) {
-    const qsizetype n = s.size();
+Verdict scanStamp(const char* s, qsizetype n, StampHit& hit) {
     qsizetype i = 0;
     bool undecided = false;
     auto digit = [&](qsizetype at) {
         if (at >= n) return false;
-        const char16_t c = s[at].unicode();
+        const uchar c = uchar(s[at]);
         if (c >= 0x80) undecided = true;
-        return c >= u'0' && c <= u'9';
+        return c >= '0' && c <= '9';
     };
     auto digits = [&](qsizetype at, qsizetype count) {
         for (qsizetype k = 0; k < count; ++k)
             if (!digit(at + k)) return false;
         return true;
     };
-    auto is = [&](qsizetype at, char16_t c) { return at < n && s[at].unicode() == c; };
+    auto is = [&](qsizetype at, char c) { return at < n && s[at] == c; };
 
-    if (is(0, u'[')) ++i;
+    if (is(0, '[')) ++i;
     const qsizetype capture = i;
-    const bool fixedPart = digits(i, 4) && is(i + 4, u'-') && digits(i + 5, 2) && is(i + 7, u'-') &&
-                           digits(i + 8, 2) && (is(i + 10, u'T') || is(i + 10, u' ')) &&
-                           digits(i + 11, 2) && is(i + 13, u':') && digits(i + 14, 2) &&
-                           is(i + 16, u':') && digits(i + 17, 2);
+    const bool fixedPart = digits(i, 4) && is(i + 4, '-') && digits(i + 5, 2) && is(i + 7, '-') &&
+                           digits(i + 8, 2) && (is(i + 10, 'T') || is(i + 10, ' ')) &&
+                           digits(i + 11, 2) && is(i + 13, ':') && digits(i + 14, 2) &&
+                           is(i + 16, ':') && digits(i + 17, 2);
     if (undecided) return Verdict::undecided;
     if (!fixedPart) return Verdict::noMatch;
     i += 19;
-    if (is(i, u'.') && digit(i + 1)) {
+    if (is(i, '.') && digit(i + 1)) {
         i += 2;
         while (digit(i)) ++i;
     }
     if (undecided) return Verdict::undecided;
-    if (is(i, u'Z')) {
+    if (is(i, 'Z')) {
         ++i;
-    } else if (is(i, u'+') || is(i, u'-')) {
-        const bool colon = is(i + 3, u':');
+    } else if (is(i, '+') || is(i, '-')) {
+        const bool colon = is(i + 3, ':');
         if (digits(i + 1, 2) && digits(i + (colon ? 4 : 3), 2)) i += colon ? 6 : 5;
         if (undecided) return Verdict::undecided;
     }
     hit.captureStart = capture;
     hit.captureLength = i - capture;
-    if (is(i, u']')) ++i;
+    if (is(i, ']')) ++i;
     hit.matchLength = i;
     return Verdict::match;
 }
 
-bool isAsciiWordChar(char16_t c) {
-    const char16_t lower = c | 0x20;
-    return (lower >= u'a' && lower <= u'z') || (c >= u'0' && c <= u'9') || c == u'_';
+// What a byte is to the level search: 1 an ASCII word character (\w), 2 one
+// that can begin a level word (C D E F I T W, either case), 0 anything else.
+constexpr std::array<quint8, 256> kWordBytes = [] {
+    std::array<quint8, 256> table{};
+    for (size_t c = '0'; c <= '9'; ++c) table[c] = 1;
+    for (size_t c = 'A'; c <= 'Z'; ++c) table[c] = table[c + 0x20] = 1;
+    table['_'] = 1;
+    for (const char c : {'C', 'D', 'E', 'F', 'I', 'T', 'W'})
+        table[size_t(uchar(c))] = table[size_t(uchar(c + 0x20))] = 2;
+    return table;
+}();
+
+bool isAsciiWordChar(uchar c) {
+    return kWordBytes[c] != 0;
 }
 
-// The level word a whole ASCII word run spells, as a fixed word index, or -1.
-int asciiLevelWord(QStringView run) {
-    if (run.size() < 3 || run.size() > 8) return -1;
-    // Upper-cased and packed one byte per letter, so each word is one compare.
+// The level word an ASCII run spells, as a fixed word index, or -1.
+int asciiLevelWord(const char* run, qsizetype size) {
+    if (size < 3 || size > 8 || kWordBytes[uchar(run[0])] != 2) return -1;
+    // Packed one byte per character, so each word is one compare. Clearing bit
+    // 0x20 makes any byte equal to an upper-case letter only when it is that
+    // letter in either case.
     quint64 packed = 0;
-    for (qsizetype k = 0; k < run.size(); ++k) {
-        const char16_t c = run[k].unicode();
-        packed = (packed << 8) | ((c >= u'a' && c <= u'z') ? c - 0x20 : c & 0xFF);
-        if (c > 0x7F) return -1;
-    }
+    for (qsizetype k = 0; k < size; ++k) packed = (packed << 8) | (uchar(run[k]) & 0xDF);
     constexpr auto pack = [](const char* word) {
         quint64 value = 0;
         for (; *word != 0; ++word) value = (value << 8) | quint64(*word);
@@ -248,124 +252,149 @@ int asciiLevelWord(QStringView run) {
     }
 }
 
-// levelRegex over an all-ASCII window: both \b's make the word a whole run of
-// word characters, and a run spells at most one of the alternatives.
-int scanLevel(QStringView window, qsizetype& start, qsizetype& length) {
-    const qsizetype n = window.size();
+// levelRegex by hand. Both \b's make the word a whole run of word characters,
+// and a run spells at most one of the alternatives. No character outside
+// ASCII is caseless-equal to a letter of a level word, so a word is always a
+// run of ASCII letters; but a character outside ASCII next to it may be a word
+// character to the engine (and then there is no \b): undecided.
+Verdict scanLevel(const char* w, qsizetype n, qsizetype& start, qsizetype& length, int& word) {
     qsizetype i = 0;
     while (i < n) {
-        if (!isAsciiWordChar(window[i].unicode())) {
+        if (!isAsciiWordChar(uchar(w[i]))) {
             ++i;
             continue;
         }
         qsizetype j = i + 1;
-        while (j < n && isAsciiWordChar(window[j].unicode())) ++j;
-        const int word = asciiLevelWord(window.sliced(i, j - i));
+        while (j < n && isAsciiWordChar(uchar(w[j]))) ++j;
+        word = j - i >= 3 && j - i <= 8 && kWordBytes[uchar(w[i])] == 2
+                   ? asciiLevelWord(w + i, j - i)
+                   : -1;
         if (word >= 0) {
+            if ((i > 0 && uchar(w[i - 1]) >= 0x80) || (j < n && uchar(w[j]) >= 0x80))
+                return Verdict::undecided;
             start = i;
             length = j - i;
-            return word;
+            return Verdict::match;
         }
         i = j;
     }
-    return -1;
+    return Verdict::noMatch;
 }
 
-// ANSI sequences removed by hand; the pattern begins with ESC, so a failed
-// attempt can only resume at the next ESC.
-QString stripEscapes(QStringView text) {
-    QString out;
-    out.reserve(text.size());
+// ANSI sequences removed; the pattern begins with ESC, so a failed attempt can
+// only resume at the next ESC.
+void stripEscapes(QByteArrayView text, QByteArray& out) {
+    const char* p = text.data();
     const qsizetype n = text.size();
-    qsizetype copied = 0;
-    qsizetype i = text.indexOf(QChar(kEscape));
-    while (i >= 0) {
-        qsizetype j = i + 1;
-        if (j < n && text[j] == u'[') {
-            ++j;
-            while (j < n && ((text[j] >= u'0' && text[j] <= u'9') || text[j] == u';')) ++j;
-            const char16_t c = j < n ? text[j].unicode() : 0;
-            if ((c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z')) {
-                out.append(text.sliced(copied, i - copied));
-                copied = j + 1;
-                i = j + 1;
-            } else {
-                i = j;
-            }
+    if (out.size() < n) out.resize(n);
+    char* o = out.data();
+    for (qsizetype i = 0; i < n;) {
+        const void* next = std::memchr(p + i, kEscape, size_t(n - i));
+        const qsizetype at = next == nullptr ? n : static_cast<const char*>(next) - p;
+        std::memcpy(o, p + i, size_t(at - i));
+        o += at - i;
+        i = at;
+        if (i == n) break;
+        if (i + 1 >= n || p[i + 1] != '[') {
+            *o++ = kEscape;
+            ++i;
+            continue;
+        }
+        qsizetype j = i + 2;
+        while (j < n && ((p[j] >= '0' && p[j] <= '9') || p[j] == ';')) ++j;
+        const char end = j < n ? p[j] : 0;
+        if ((end >= 'A' && end <= 'Z') || (end >= 'a' && end <= 'z')) {
+            i = j + 1;
         } else {
+            // Not a sequence: what was skipped is text, and the search goes on after it.
+            std::memcpy(o, p + i, size_t(j - i));
+            o += j - i;
             i = j;
         }
-        i = i < n ? text.indexOf(QChar(kEscape), i) : -1;
     }
-    out.append(text.sliced(copied));
-    return out;
+    out.truncate(o - out.data());
+}
+
+bool hasLowerAscii(QUtf8StringView s) {
+    for (const char c : utf8::bytes(s))
+        if (c >= 'a' && c <= 'z') return true;
+    return false;
 }
 
 // Builds the Spans of one line: `cleaned` is where the cleaned line is read
 // from, and cleanedAt/cleanedBase say where it lives for the caller.
 class SpanMaker {
 public:
-    SpanMaker(QStringView cleaned, qsizetype cleanedAt, LogParser::SpanBase cleanedBase,
-              QString& side)
-        : cleaned_(cleaned), at_(cleanedAt), base_(cleanedBase), side_(side) {}
+    SpanMaker(QUtf8StringView cleaned, qsizetype cleanedAt, LogParser::SpanBase cleanedBase,
+              ByteStore& side, LogParser::Spans& out)
+        : cleaned_(cleaned), at_(cleanedAt), base_(cleanedBase), side_(side), out_(out) {}
 
-    LogParser::Span slice(QStringView part) const {
+    LogParser::Span slice(QUtf8StringView part) const {
         if (part.isEmpty()) return {};
         return {at_ + (part.data() - cleaned_.data()), part.size(), base_};
     }
 
-    LogParser::Span made(QStringView text) const {
+    LogParser::Span made(QByteArrayView text) const {
         if (text.isEmpty()) return {};
-        LogParser::Span span{side_.size(), text.size(), LogParser::SpanBase::side};
-        side_.append(text);
-        return span;
+        if (utf8::lowersToAscii(QUtf8StringView(text))) out_.bytewise = false;
+        return {side_.append(text), text.size(), LogParser::SpanBase::side};
+    }
+    LogParser::Span madeText(const QString& text) const { return made(utf8::encode(text)); }
+
+    // A JSON string's content, unescaped when it has escapes.
+    LogParser::Span string(QUtf8StringView content, bool escaped) const {
+        if (!escaped) return slice(content);
+        const qsizetype at = side_.size();
+        char* out = side_.extend(content.size());
+        const qsizetype size = json_fields::unescape(content, out);
+        side_.truncate(at + size);
+        if (size == 0) return {};
+        if (utf8::lowersToAscii(utf8::view(out, size))) out_.bytewise = false;
+        return {at, size, LogParser::SpanBase::side};
     }
 
     static LogParser::Span word(int index) { return {index, 1, LogParser::SpanBase::word}; }
 
     // normLevel(text); `text` is a slice of the cleaned line when inCleaned.
-    LogParser::Span level(QStringView text, bool inCleaned) const {
+    LogParser::Span level(QUtf8StringView text, bool inCleaned) const {
         if (text.isEmpty()) return {};
-        if (QtPrivate::isAscii(text) && text.size() <= 8) {
-            const int index = asciiLevelWord(text);
+        if (utf8::isAscii(text)) {
+            const int index =
+                asciiLevelWord(reinterpret_cast<const char*>(text.data()), text.size());
             if (index >= 0) return word(index);
+            if (!hasLowerAscii(text)) return inCleaned ? slice(text) : made(utf8::bytes(text));
+            return made(QByteArrayView(utf8::bytes(text).toByteArray().toUpper()));
         }
-        bool upperAlready = true;
-        for (QChar c : text) {
-            if (c.unicode() >= 0x80 || (c >= u'a' && c <= u'z')) {
-                upperAlready = false;
-                break;
-            }
-        }
-        if (upperAlready) return inCleaned ? slice(text) : made(text);
-        const QString normalised = LogParser::normLevel(text);
-        const int index = levelWordIndex(normalised);
-        if (index >= 0) return word(index);
-        if (inCleaned && normalised == text) return slice(text);
-        return made(normalised);
+        const QString normalised = LogParser::normLevel(text16(text));
+        const QByteArray encoded = utf8::encode(normalised);
+        for (int i = kTrace; i <= kFatal; ++i)
+            if (QUtf8StringView(encoded) == kWords[size_t(i)]) return word(i);
+        if (inCleaned && QByteArrayView(encoded) == utf8::bytes(text)) return slice(text);
+        return made(QByteArrayView(encoded));
     }
 
-    QStringView cleaned() const { return cleaned_; }
+    QUtf8StringView cleaned() const { return cleaned_; }
 
 private:
-    QStringView cleaned_;
+    QUtf8StringView cleaned_;
     qsizetype at_;
     LogParser::SpanBase base_;
-    QString& side_;
+    ByteStore& side_;
+    LogParser::Spans& out_;
 };
 
 // The JSON steps; false when the line is not a JSON object.
 bool jsonSpans(const SpanMaker& make, LogParser::Spans& out) {
-    const QStringView cleaned = make.cleaned();
+    const QUtf8StringView cleaned = make.cleaned();
     const std::optional<json_fields::Fields> fields = json_fields::extract(cleaned);
     if (!fields) {
         out.decidedFast = false;
-        const std::optional<LogRow> row = referenceJson(cleaned.toString());
+        const std::optional<LogRow> row = referenceJson(text16(cleaned));
         if (!row) return false;
-        out.time = make.made(row->time);
-        out.level = make.level(row->level, false);
-        out.source = make.made(row->source);
-        out.message = row->message == cleaned ? out.raw : make.made(row->message);
+        out.time = make.madeText(row->time);
+        out.level = make.level(QUtf8StringView(utf8::encode(row->level)), false);
+        out.source = make.madeText(row->source);
+        out.message = row->message == row->raw ? out.raw : make.madeText(row->message);
         return true;
     }
 
@@ -377,10 +406,8 @@ bool jsonSpans(const SpanMaker& make, LogParser::Spans& out) {
                 return SpanMaker::word(v.truth ? kTrue : kFalse);
             case json_fields::Value::Kind::number:
                 return make.slice(cleaned.sliced(v.pos, v.size));
-            case json_fields::Value::Kind::string: {
-                const QStringView content = cleaned.sliced(v.pos, v.size);
-                return v.escaped ? make.made(json_fields::unescape(content)) : make.slice(content);
-            }
+            case json_fields::Value::Kind::string:
+                return make.string(cleaned.sliced(v.pos, v.size), v.escaped);
         }
         return {};
     };
@@ -389,7 +416,10 @@ bool jsonSpans(const SpanMaker& make, LogParser::Spans& out) {
     out.source = text(fields->source);
     const json_fields::Value& level = fields->level;
     if (level.kind == json_fields::Value::Kind::string && level.escaped) {
-        out.level = make.level(json_fields::unescape(cleaned.sliced(level.pos, level.size)), false);
+        QByteArray unescaped(level.size, Qt::Uninitialized);
+        unescaped.truncate(
+            json_fields::unescape(cleaned.sliced(level.pos, level.size), unescaped.data()));
+        out.level = make.level(QUtf8StringView(unescaped), false);
     } else if (level.kind == json_fields::Value::Kind::boolean) {
         out.level = SpanMaker::word(level.truth ? kTrue : kFalse);
     } else if (level.kind != json_fields::Value::Kind::none) {
@@ -401,70 +431,83 @@ bool jsonSpans(const SpanMaker& make, LogParser::Spans& out) {
     return true;
 }
 
-void plainSpans(const SpanMaker& make, bool ascii, LogParser::Spans& out) {
-    QStringView rest = make.cleaned();
+void plainSpans(const SpanMaker& make, bool ascii, bool lineFeeds, LogParser::Spans& out) {
+    QUtf8StringView rest = make.cleaned();
+    const auto at = [](QUtf8StringView s) { return reinterpret_cast<const char*>(s.data()); };
 
     StampHit stamp;
-    Verdict verdict = scanStamp(rest, stamp);
+    Verdict verdict = scanStamp(at(rest), rest.size(), stamp);
     if (verdict == Verdict::undecided) {
         out.decidedFast = false;
-        const QRegularExpressionMatch m = LogParser::tsRegex().match(rest);
+        const QString rest16 = text16(rest);
+        const QRegularExpressionMatch m = LogParser::tsRegex().match(rest16);
         verdict = m.hasMatch() ? Verdict::match : Verdict::noMatch;
-        if (m.hasMatch()) stamp = {m.capturedStart(1), m.capturedLength(1), m.capturedLength(0)};
+        if (m.hasMatch()) {
+            const qsizetype start = utf8::bytesForUnits(rest, m.capturedStart(1));
+            stamp = {start, utf8::bytesForUnits(rest, m.capturedEnd(1)) - start,
+                     utf8::bytesForUnits(rest, m.capturedLength(0))};
+        }
     }
     if (verdict == Verdict::match) {
         out.time = make.slice(rest.sliced(stamp.captureStart, stamp.captureLength));
-        rest = trimBlanks(rest.sliced(stamp.matchLength));
+        rest = utf8::trimBlanks(rest.sliced(stamp.matchLength));
     }
 
-    if (!rest.isEmpty() && rest.front() == u'[') {
-        // A tag longer than this many units has more than kMaxTag code points.
-        const qsizetype reach = qMin(rest.size(), 2 * kMaxTag + 2);
-        const qsizetype close = rest.first(reach).indexOf(u']');
+    if (!rest.isEmpty() && rest.front() == '[') {
+        // A tag longer than this many bytes has more than kMaxTag code points.
+        const qsizetype reach = qMin(rest.size(), kMaxBytes * kMaxTag + 2);
+        const qsizetype close = utf8::bytes(rest.first(reach)).indexOf(']');
         if (close >= 0) {
-            const QStringView tag = rest.sliced(1, close - 1);
-            if (codePoints(tag, kMaxTag) <= kMaxTag && !tag.contains(u' ')) {
+            const QUtf8StringView tag = rest.sliced(1, close - 1);
+            if (!utf8::bytes(tag).contains(' ') &&
+                (ascii ? tag.size() : utf8::codePoints(tag, kMaxTag)) <= kMaxTag) {
                 out.source = make.slice(tag);
-                rest = trimBlanks(rest.sliced(close + 1));
+                rest = utf8::trimBlanks(rest.sliced(close + 1));
             }
         }
     }
 
-    const QStringView window =
-        ascii ? rest.first(qMin(rest.size(), kLevelWindow)) : firstCodePoints(rest, kLevelWindow);
+    const QUtf8StringView window = ascii ? rest.first(qMin(rest.size(), kLevelWindow))
+                                         : utf8::firstCodePoints(rest, kLevelWindow);
     qsizetype start = -1;
     qsizetype length = 0;
-    if (ascii || QtPrivate::isAscii(window)) {
-        const int word = scanLevel(window, start, length);
-        if (word >= 0) out.level = SpanMaker::word(word);
-    } else {
+    int word = -1;
+    const Verdict level = scanLevel(at(window), window.size(), start, length, word);
+    if (level == Verdict::match) {
+        out.level = SpanMaker::word(word);
+    } else if (level == Verdict::undecided) {
         out.decidedFast = false;
-        const LevelHit hit = referenceLevel(window);
-        start = hit.start;
-        length = hit.length;
-        if (hit.start >= 0) out.level = make.level(window.sliced(hit.start, hit.length), true);
+        const LevelHit hit = referenceLevel(text16(window));
+        if (hit.start >= 0) {
+            start = utf8::bytesForUnits(window, hit.start);
+            length = utf8::bytesForUnits(window, hit.start + hit.length) - start;
+            out.level = make.level(window.sliced(start, length), true);
+        }
     }
-    if (start >= 0 && startsEarly(window, start)) rest = trimBlanks(rest.sliced(start + length));
+    if (start >= 0 && (ascii ? start : utf8::codePoints(window.first(start), kLevelStartLimit)) <
+                          kLevelStartLimit)
+        rest = utf8::trimBlanks(rest.sliced(start + length));
 
     if (out.source.size == 0) {
         // The first ": " matters only when what comes before it could be short
         // enough, and a space before it rules the candidate out, so looking
         // up to the first space is enough.
-        const qsizetype reach = qMin(rest.size(), 2 * kMaxPrefix + 2);
-        const qsizetype space = rest.first(reach).indexOf(u' ');
-        if (space >= 2 && rest[space - 1] == u':') {
-            const QStringView candidate = rest.first(space - 1);
-            if (codePoints(candidate, kMaxPrefix) <= kMaxPrefix) {
+        const qsizetype reach = qMin(rest.size(), kMaxBytes * kMaxPrefix + 2);
+        const qsizetype space = utf8::bytes(rest.first(reach)).indexOf(' ');
+        if (space >= 2 && at(rest)[space - 1] == ':') {
+            const QUtf8StringView candidate = rest.first(space - 1);
+            if ((ascii ? candidate.size() : utf8::codePoints(candidate, kMaxPrefix)) <=
+                kMaxPrefix) {
                 out.source = make.slice(candidate);
                 rest = rest.sliced(space + 1);
             }
         }
     }
 
-    if (rest.contains(u'\n')) {
-        QString message = rest.toString();
-        message.replace(u'\n', u' ');
-        out.message = make.made(message);
+    if (lineFeeds && utf8::bytes(rest).contains('\n')) {
+        QByteArray message = utf8::bytes(rest).toByteArray();
+        message.replace('\n', ' ');
+        out.message = make.made(QByteArrayView(message));
     } else {
         out.message = make.slice(rest);
     }
@@ -496,48 +539,54 @@ const QRegularExpression& ansiRegex() {
 }
 
 QString stripANSI(QStringView text) {
-    return stripEscapes(text);
+    QByteArray out;
+    stripEscapes(utf8::encode(text), out);
+    return QString::fromUtf8(out);
 }
 
 QString normLevel(QStringView text) {
     return mapLevel(text.toString().toUpper());
 }
 
-QStringView fixedWord(qsizetype index) {
-    return index >= 0 && index < kWordCount ? kWords[size_t(index)] : QStringView();
-}
-
-Spans parseSpans(QStringView line, QString& side) {
+Spans Parser::parse(QUtf8StringView line, LineFacts facts, ByteStore& side) {
     Spans out;
-    const bool ascii = QtPrivate::isAscii(line);
-    const bool broken = !ascii && !line.isValidUtf16();
-    QString cleanedText;
-    QStringView cleaned;
+    QUtf8StringView cleaned;
     qsizetype cleanedAt = 0;
     SpanBase base = SpanBase::line;
-    if (broken || line.contains(QChar(kEscape))) {
-        cleanedText = stripEscapes(broken ? QStringView(withoutLoneSurrogates(line)) : line);
-        cleaned = QStringView(cleanedText).trimmed();
-        // The cleaned line goes to the side buffer before anything else, so a
-        // slice of it is a slice of the side buffer too.
+    if (facts.escape && utf8::bytes(line).contains(kEscape)) {
+        stripEscapes(utf8::bytes(line), scratch_);
+        cleaned = utf8::trimmed(QUtf8StringView(scratch_));
+        // The cleaned line goes to the side buffer before anything else, and is
+        // read from the scratch copy, which stays put while the side grows.
         base = SpanBase::side;
-        cleanedAt = side.size() + (cleaned.data() - cleanedText.constData());
-        side.append(cleanedText);
+        cleanedAt = side.append(utf8::bytes(cleaned));
     } else {
-        cleaned = line.trimmed();
+        cleaned = utf8::trimmed(line);
         cleanedAt = cleaned.data() - line.data();
     }
-    const SpanMaker make(cleaned, cleanedAt, base, side);
+    const SpanMaker make(cleaned, cleanedAt, base, side, out);
     out.raw = make.slice(cleaned);
-    if (!cleaned.isEmpty() && cleaned.front() == u'{' && jsonSpans(make, out)) return out;
-    plainSpans(make, ascii, out);
+    if (cleaned.isEmpty() || cleaned.front() != '{' || !jsonSpans(make, out))
+        plainSpans(make, facts.ascii, facts.lineFeeds, out);
+    if (!facts.ascii && out.bytewise) {
+        const QUtf8StringView sideText(side.data(), side.size());
+        for (const Span* span : {&out.time, &out.level, &out.source, &out.message})
+            if (utf8::lowersToAscii(resolve(*span, line, sideText))) out.bytewise = false;
+    }
     return out;
 }
 
 LogRow parse(QStringView line) {
-    QString side;
-    const Spans s = parseSpans(line, side);
-    auto text = [&](const Span& span) { return resolve(span, line, side).toString(); };
+    const QString whole = line.isValidUtf16() ? line.toString() : withoutLoneSurrogates(line);
+    const QByteArray bytes = utf8::encode(whole);
+    ByteStore side;
+    Parser parser;
+    const Spans s = parser.parse(QUtf8StringView(bytes),
+                                 {utf8::isAscii(QUtf8StringView(bytes)), true, true}, side);
+    const QUtf8StringView sideText(side.data(), side.size());
+    auto text = [&](const Span& span) {
+        return utf8::toString(resolve(span, QUtf8StringView(bytes), sideText));
+    };
     return {text(s.time), text(s.level), text(s.source), text(s.message), text(s.raw)};
 }
 
@@ -557,7 +606,7 @@ LogRow parseReference(QStringView line) {
     const QRegularExpressionMatch stamp = tsRegex().match(rest);
     if (stamp.hasMatch()) {
         row.time = stamp.captured(1);
-        rest = trimBlanks(rest.sliced(stamp.capturedLength(0)));
+        rest = text::trimBlanks(rest.sliced(stamp.capturedLength(0)));
     }
 
     if (rest.startsWith(u'[')) {
@@ -566,7 +615,7 @@ LogRow parseReference(QStringView line) {
             const QStringView tag = rest.sliced(1, close - 1);
             if (codePoints(tag, kMaxTag) <= kMaxTag && !tag.contains(u' ')) {
                 row.source = tag.toString();
-                rest = trimBlanks(rest.sliced(close + 1));
+                rest = text::trimBlanks(rest.sliced(close + 1));
             }
         }
     }
@@ -575,8 +624,8 @@ LogRow parseReference(QStringView line) {
     const LevelHit level = referenceLevel(window);
     if (level.start >= 0) {
         row.level = normLevel(level.word);
-        if (startsEarly(window, level.start))
-            rest = trimBlanks(rest.sliced(level.start + level.length));
+        if (codePoints(window.first(level.start), kLevelStartLimit) < kLevelStartLimit)
+            rest = text::trimBlanks(rest.sliced(level.start + level.length));
     }
 
     if (row.source.isEmpty()) {

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <QByteArray>
 #include <QRegularExpression>
 #include <QString>
 #include <QStringView>
+#include <QUtf8StringView>
+#include <iterator>
 
 namespace varnel {
+
+class ByteStore;
 
 // One log line taken apart. Levels are one of TRACE DEBUG INFO WARN ERROR FATAL,
 // or (from JSON) any other word upper-cased, or empty.
@@ -23,7 +28,9 @@ struct LogRow {
 // counted in Unicode code points: a surrogate pair is one character, so no limit
 // ever cuts one in half. For ASCII this is the plain character count.
 //
-// A line holding a lone surrogate (broken UTF-16) is read as if each were U+FFFD.
+// A line holding a lone surrogate (broken UTF-16) is read as if each were
+// U+FFFD, and so is a lone surrogate that a JSON escape spells: fields are text
+// that UTF-8 can hold.
 namespace LogParser {
 
 // The three patterns, compiled once on first use and shared by every thread.
@@ -41,15 +48,16 @@ QString normLevel(QStringView text);
 LogRow parse(QStringView line);
 
 // The same reading done step by step with Qt's JSON reader and regular
-// expressions only. parse() takes hand-written shortcuts and falls back to these
-// engines where a shortcut cannot decide; this is what it must always agree with.
+// expressions only. parse() takes hand-written shortcuts over UTF-8 and falls
+// back to these engines where a shortcut cannot decide; this is what it must
+// always agree with.
 LogRow parseReference(QStringView line);
 
 // Where a field of a parsed line lives, so that callers keeping many rows can
 // store offsets instead of strings.
 enum class SpanBase : quint8 {
-    line,  // a slice of the line handed to parseSpans
-    side,  // a slice of the side buffer handed to parseSpans
+    line,  // a slice of the line handed to Parser::parse
+    side,  // a slice of the side buffer handed to Parser::parse
     word,  // one of the fixed words, pos is its index for fixedWord()
 };
 
@@ -61,21 +69,33 @@ struct Span {
 
 struct Spans {
     Span time, level, source, message, raw;
+    // time, level, source and message hold no character whose lower case is
+    // ASCII other than ASCII itself (U+0130 and U+212A are the only two): an
+    // ASCII search that ignores ASCII case finds in them what a search of
+    // the lower-cased text finds.
+    bool bytewise = true;
     // True when the hand-written reading decided the line alone, without
     // falling back to an engine; tests use it to see the shortcuts are taken.
     bool decidedFast = true;
 };
 
-// parse(), with every field a slice of the line where it can be; text that had
-// to be made (ANSI-stripped lines, unescaped JSON strings, folded case) is
-// appended to `side`.
-Spans parseSpans(QStringView line, QString& side);
+// What the one pass that found a line's end learnt about it.
+struct LineFacts {
+    bool ascii = false;      // no byte above 0x7F
+    bool escape = true;      // may hold ESC
+    bool lineFeeds = false;  // may hold line feeds (the line was not split at them)
+};
 
 // The words a Span with base `word` names: the six levels, then "0" and "1"
 // (JSON false and true).
-QStringView fixedWord(qsizetype index);
+inline constexpr QUtf8StringView kFixedWords[] = {"TRACE", "DEBUG", "INFO", "WARN",
+                                                  "ERROR", "FATAL", "0",    "1"};
+inline QUtf8StringView fixedWord(qsizetype index) {
+    return index >= 0 && index < qsizetype(std::size(kFixedWords)) ? kFixedWords[index]
+                                                                   : QUtf8StringView();
+}
 
-inline QStringView resolve(const Span& span, QStringView line, QStringView side) {
+inline QUtf8StringView resolve(const Span& span, QUtf8StringView line, QUtf8StringView side) {
     switch (span.base) {
         case SpanBase::line:
             return line.sliced(span.pos, span.size);
@@ -86,6 +106,18 @@ inline QStringView resolve(const Span& span, QStringView line, QStringView side)
     }
     return {};
 }
+
+// parse() over UTF-8, with every field a slice of the line where it can be.
+// Text that had to be made (ANSI-stripped lines, unescaped JSON strings,
+// folded case) is appended to `side`. Keeps a scratch buffer between lines.
+class Parser {
+public:
+    // `line` must be valid UTF-8.
+    Spans parse(QUtf8StringView line, LineFacts facts, ByteStore& side);
+
+private:
+    QByteArray scratch_;
+};
 
 }  // namespace LogParser
 

@@ -1,6 +1,63 @@
 #include "logs/log_presentation.h"
 
+#include <string_view>
+
 namespace varnel {
+
+namespace {
+
+enum class Word { error, fatal, warn, info, debug, trace, other };
+
+uint unit(QChar c) {
+    return c.unicode();
+}
+template <typename Byte>
+uint unit(Byte c) {
+    return uint(static_cast<unsigned char>(c));
+}
+
+// Character by character, which reads these ASCII words alike in UTF-16 and UTF-8.
+template <typename View>
+Word wordOf(View level) {
+    static constexpr std::string_view words[] = {"ERROR", "FATAL", "WARN",
+                                                 "INFO",  "DEBUG", "TRACE"};
+    const qsizetype size = level.size();
+    for (int w = 0; w < int(Word::other); ++w) {
+        const std::string_view word = words[w];
+        if (qsizetype(word.size()) != size) continue;
+        qsizetype i = 0;
+        while (i < size && unit(level[i]) == uint(uchar(word[size_t(i)]))) ++i;
+        if (i == size) return Word(w);
+    }
+    return Word::other;
+}
+
+template <typename View>
+SystemColor levelColorOf(View level) {
+    switch (wordOf(level)) {
+        case Word::error:
+        case Word::fatal:
+            return SystemColor::red;
+        case Word::warn:
+            return SystemColor::orange;
+        case Word::info:
+            return SystemColor::green;
+        case Word::debug:
+        case Word::trace:
+            return SystemColor::secondaryLabel;
+        case Word::other:
+            break;
+    }
+    return SystemColor::label;
+}
+
+template <typename View>
+SystemColor messageColorOf(View level) {
+    const Word word = wordOf(level);
+    return word == Word::error || word == Word::fatal ? SystemColor::red : SystemColor::label;
+}
+
+}  // namespace
 
 QString statusLine(qsizetype shown, qsizetype total, bool truncated, const QString& currentPath) {
     QString line = QStringLiteral("%1 of %2 lines").arg(shown).arg(total);
@@ -10,15 +67,16 @@ QString statusLine(qsizetype shown, qsizetype total, bool truncated, const QStri
 }
 
 SystemColor levelColor(QStringView level) {
-    if (level == u"ERROR" || level == u"FATAL") return SystemColor::red;
-    if (level == u"WARN") return SystemColor::orange;
-    if (level == u"INFO") return SystemColor::green;
-    if (level == u"DEBUG" || level == u"TRACE") return SystemColor::secondaryLabel;
-    return SystemColor::label;
+    return levelColorOf(level);
 }
-
+SystemColor levelColor(QUtf8StringView level) {
+    return levelColorOf(level);
+}
 SystemColor messageColor(QStringView level) {
-    return level == u"ERROR" || level == u"FATAL" ? SystemColor::red : SystemColor::label;
+    return messageColorOf(level);
+}
+SystemColor messageColor(QUtf8StringView level) {
+    return messageColorOf(level);
 }
 
 }  // namespace varnel

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QStringView>
+#include <QUtf8StringView>
 
 #include "platform/system_color.h"
 
@@ -14,6 +15,8 @@ QString statusLine(qsizetype shown, qsizetype total, bool truncated, const QStri
 
 // The colour of the Level column and of the message, by the row's level.
 SystemColor levelColor(QStringView level);
+SystemColor levelColor(QUtf8StringView level);
 SystemColor messageColor(QStringView level);
+SystemColor messageColor(QUtf8StringView level);
 
 }  // namespace varnel

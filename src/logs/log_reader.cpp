@@ -150,8 +150,8 @@ void LogReader::readLines(Chunk& out, qsizetype limit) {
         endLine = true;
     }
     bytes.truncate(take);
-    out.text = LogEncoding::decode(bytes, encoding_);
-    if (endLine) out.text += u'\n';
+    out.text = LogEncoding::toUtf8(bytes, encoding_);
+    if (endLine) out.text += '\n';
     offset_ += quint64(take);
     print_ = bytes.size() >= kPrintBytes ? bytes.right(kPrintBytes)
                                          : (print_ + bytes).right(kPrintBytes);

@@ -44,7 +44,8 @@ public:
 
     struct Chunk {
         Event event = Event::none;  // what happened before `text`
-        QString text;               // whole lines, each with its line feed
+        QByteArray text;            // whole lines, each with its line feed, as UTF-8 that
+                                    // reads as LogText reads it
         bool more = false;          // more is waiting: ask again at once
     };
 

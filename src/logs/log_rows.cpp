@@ -1,7 +1,10 @@
 #include "logs/log_rows.h"
 
+#include <cstring>
+
 #include "logs/row_builder.h"
 #include "logs/row_storage.h"
+#include "logs/utf8.h"
 
 namespace varnel {
 
@@ -14,84 +17,97 @@ LogRow LogRowView::toRow() const {
 
 LogRows::LogRows() : d(std::make_shared<Data>()) {}
 
-LogRows LogRows::build(QString text) {
+LogRows LogRows::build(const LogText& text) {
+    auto data = std::make_shared<Data>();
+    QByteArrayView bytes = text.bytes();
+    if (bytes.size() > kMaxText) {
+        const qsizetype lineFeed = bytes.indexOf('\n', bytes.size() - kMaxText);
+        bytes = bytes.sliced(lineFeed >= 0 ? lineFeed + 1 : bytes.size() - kMaxText);
+    }
+    const qsizetype begin = text.store() ? bytes.data() - text.store()->data() : 0;
+    if (text.store() && begin + bytes.size() <= qsizetype(kOffsetMask)) {
+        data->text = text.store();
+        data->textBegin = begin;
+        data->textEnd = begin + bytes.size();
+    } else {
+        data->text = std::make_shared<ByteStore>(bytes.size());
+        data->textEnd = data->appendText(bytes) + bytes.size();
+    }
+    // Every row is written once, into blocks counted from the lines there are.
+    const qsizetype lines = utf8::countLineFeeds(bytes) + 1;
+    const qsizetype blocks = (lines + kBlockRows - 1) / kBlockRows;
+    data->arena = std::make_shared<BlockArena>(blocks);
+    data->blocks.reserve(size_t(blocks));
+    data->side = std::make_shared<ByteStore>(bytes.size() / 2 + 4096);
+    Builder builder(*data, *data->side, kInSide);
+    builder.addLines(data->textBegin, data->textEnd);
+    builder.finish();
+    data->sideEnd = data->side->size();
     LogRows rows;
-    rows.d = Data::fromFlat(buildFlat(std::move(text)));
+    rows.d = std::move(data);
     return rows;
+}
+
+LogRows LogRows::build(QStringView text) {
+    return build(LogText(utf8::encode(text)));
 }
 
 LogRows LogRows::fromError(const QString& errorText) {
-    Flat flat;
-    flat.text = errorText;
+    auto data = std::make_shared<Data>();
+    const QByteArray bytes = utf8::encode(errorText);
+    data->text = std::make_shared<ByteStore>(bytes.size());
+    data->textEnd = data->appendText(bytes) + bytes.size();
     Record record;
-    const Ref whole{0, quint32(errorText.size())};
+    const Ref whole = ref(kInText, 0, bytes.size());
     record.fields[kMessage] = whole;
     record.fields[kRaw] = whole;
-    record.fields[kLevel] = {quint32(3) | (kFixedWord << kBaseShift), 4};
-    record.ascii = QtPrivate::isAscii(QStringView(errorText));
-    flat.records.push_back(record);
+    record.fields[kLevel] = ref(kFixedWord, 3, 4);  // WARN
+    record.bytewise = !utf8::lowersToAscii(QUtf8StringView(bytes));
+    data->pushBack(record);
     LogRows rows;
-    rows.d = Data::fromFlat(std::move(flat));
+    rows.d = std::move(data);
     return rows;
 }
 
-LogRows::Appended LogRows::appended(QStringView more) const {
-    const QStringView live = d->liveText();
+LogRows::Appended LogRows::appended(QByteArrayView more) const {
+    const QByteArrayView live = d->liveText();
     if (more.isEmpty()) return {*this, false, false, 0};
-    if ((!live.isEmpty() && live.back() != u'\n') || live.size() + more.size() > kMaxText) {
-        QString whole = live.toString();
+    if ((!live.isEmpty() && live.back() != '\n') || live.size() + more.size() > kMaxText) {
+        QByteArray whole = live.toByteArray();
         whole.append(more);
-        LogRows rows = build(std::move(whole));
+        LogRows rows = build(LogText(whole));
         return {rows, true, false, rows.size()};
     }
 
-    Flat part;
-    part.text = more.toString();
-    Builder builder(part);
-    addLines(builder, part.text, 0, part.text.size());
-
-    // Continuation lines at the start of `more` fold into a time-stamped last row.
-    const std::vector<Fold>& leading = builder.leading();
-    const bool fold = !leading.empty() && size() > 0 && !(*this)[size() - 1].time.isEmpty();
-    QString message;
-    QString raw;
-    if (fold) {
-        message = foldedMessage((*this)[size() - 1].message, part, leading);
-        raw = foldedRaw((*this)[size() - 1].raw, part, leading);
-    }
-
     auto data = std::make_shared<Data>(*d);
-    data->makeRoom(part.text.size(), part.side.size() + message.size() + raw.size());
-    const qsizetype textShift = data->textEnd;
-    data->text->s.append(part.text);
-    data->textEnd += part.text.size();
-    const qsizetype sideShift = data->sideEnd;
-    data->appendSide(part.side);
+    data->makeRoom(more.size(), 0);
+    const qsizetype from = data->appendText(more);
+    const qsizetype before = data->count;
+    // The side buffer is shared with this version: what the new lines need
+    // is made aside and moved over once its size is known.
+    ByteStore side(more.size() / 2 + 256);
+    Builder builder(*data, side, kInNewSide);
+    builder.continueLastRow();
+    builder.addLines(from, data->textEnd);
+    builder.finish();
+    data->makeRoom(0, side.size());
+    const qsizetype sideAt = data->appendSide(QByteArrayView(side.data(), side.size()));
+    const bool lastChanged = builder.lastRowChanged();
+    for (qsizetype i = lastChanged ? before - 1 : before; i < data->count; ++i)
+        settleNewSide(data->writable(i), sideAt);
 
-    if (fold) {
-        Record& last = data->writable(data->count - 1);
-        last.fields[kMessage] = data->appendSide(message);
-        last.fields[kRaw] = data->appendSide(raw);
-        last.ascii = isAsciiRow(data->row(last));
-    }
-    const size_t skip = fold ? leading.size() : 0;
-    for (size_t i = skip; i < part.records.size(); ++i) {
-        Record r = part.records[i];
-        rebase(r, textShift, sideShift);
-        data->pushBack(r);
-    }
     LogRows rows;
     rows.d = std::move(data);
-    return {rows, false, fold, qsizetype(part.records.size() - skip)};
+    return {rows, false, lastChanged, rows.size() - before};
 }
 
 LogRows::Trimmed LogRows::withoutLeadingLines(qsizetype lines) const {
     if (lines <= 0) return {*this, 0, 0};
-    const QStringView text(d->text->s);
+    const char* text = d->text->data();
     qsizetype at = d->textBegin;
     for (qsizetype n = 0; n < lines && at < d->textEnd; ++n) {
-        const qsizetype lineEnd = text.indexOf(u'\n', at);
-        at = lineEnd < 0 || lineEnd >= d->textEnd ? d->textEnd : lineEnd + 1;
+        const void* lineFeed = std::memchr(text + at, '\n', size_t(d->textEnd - at));
+        at = lineFeed == nullptr ? d->textEnd : static_cast<const char*>(lineFeed) - text + 1;
     }
 
     // Rows whose first line is gone go; the lines left over from the first
@@ -109,26 +125,27 @@ LogRows::Trimmed LogRows::withoutLeadingLines(qsizetype lines) const {
     const qsizetype dropped = low;
     const qsizetype orphansEnd = dropped < d->count ? d->record(dropped).lineAt : d->textEnd;
 
-    Flat part;
-    part.text = text.sliced(at, orphansEnd - at).toString();
-    Builder builder(part);
-    addLines(builder, part.text, 0, part.text.size());
+    Data part;
+    part.text = d->text;
+    ByteStore side(256);
+    Builder builder(part, side, kInNewSide);
+    builder.addLines(at, orphansEnd);
+    builder.finish();
 
     auto data = std::make_shared<Data>(*d);
     data->dropFront(dropped);
     data->textBegin = at;
-    data->makeRoom(0, part.side.size());
-    const qsizetype textShift = data->textBegin;
-    const qsizetype sideShift = data->sideEnd;
-    data->appendSide(part.side);
-    for (auto r = part.records.rbegin(); r != part.records.rend(); ++r) {
-        Record record = *r;
-        rebase(record, textShift, sideShift);
+    const Data::Shift shift = data->makeRoom(0, side.size());
+    const qsizetype sideAt = data->appendSide(QByteArrayView(side.data(), side.size()));
+    for (qsizetype i = part.count - 1; i >= 0; --i) {
+        Record record = part.record(i);
+        rebase(record, shift.text, shift.side);
+        settleNewSide(record, sideAt);
         data->pushFront(record);
     }
     LogRows rows;
     rows.d = std::move(data);
-    return {rows, dropped, qsizetype(part.records.size())};
+    return {rows, dropped, part.count};
 }
 
 LogRows LogRows::lastOnly() const {
@@ -150,7 +167,7 @@ LogRowView LogRows::operator[](qsizetype index) const {
 }
 
 qsizetype LogRows::memoryBytes() const {
-    return qsizetype(sizeof(Data)) + d->text->s.capacity() * 2 + d->side->s.capacity() * 2 +
+    return qsizetype(sizeof(Data)) + (d->textEnd - d->textBegin) + d->sideEnd +
            qsizetype(d->blocks.size() * sizeof(Block));
 }
 

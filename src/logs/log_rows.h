@@ -1,26 +1,29 @@
 #pragma once
 
+#include <QByteArrayView>
 #include <QString>
-#include <QStringView>
+#include <QUtf8StringView>
 #include <memory>
 
 #include "logs/log_parser.h"
+#include "logs/log_text.h"
 
 namespace varnel {
 
-// A row's fields, viewing text owned by the LogRows it came from.
+// A row's fields, viewing UTF-8 text owned by the LogRows it came from;
+// toString() gives a field as text.
 struct LogRowView {
-    QStringView time;
-    QStringView level;
-    QStringView source;
-    QStringView message;
-    QStringView raw;
+    QUtf8StringView time;
+    QUtf8StringView level;
+    QUtf8StringView source;
+    QUtf8StringView message;
+    QUtf8StringView raw;
 
     LogRow toRow() const;
 };
 
 // What stands in a row's message before each line folded into it.
-inline constexpr QStringView foldSeparator = u"  \u27F6  ";
+inline constexpr QUtf8StringView foldSeparator = "  \u27F6  ";
 
 // The rows of one load: lines split at line feeds, blank ones skipped, each
 // parsed, and continuation lines (indented, or "at ..."/"in ...") folded into
@@ -28,11 +31,13 @@ inline constexpr QStringView foldSeparator = u"  \u27F6  ";
 // belongs to the line end, so CR LF files read like LF files. Stored compactly:
 // fields are views into the loaded text or into one side buffer, not a string
 // each. Cheap to move; copies share the text. Views stay valid while any copy
-// lives. A text beyond 2^28 UTF-16 units keeps only its last lines.
+// lives. A text beyond 2^28 bytes keeps only its last lines.
 class LogRows {
 public:
     LogRows();
-    static LogRows build(QString text);
+    // The text is read leniently (see LogText) and kept, not copied.
+    static LogRows build(const LogText& text);
+    static LogRows build(QStringView text);
     // The one WARN row that stands for a log that could not be read.
     static LogRows fromError(const QString& errorText);
 
@@ -42,7 +47,7 @@ public:
     // lines are parsed when this text is empty or ends in a line feed (their
     // continuation lines may fold into the last row); otherwise, or beyond the
     // size limit, everything is built again and `rebuilt` says so.
-    Appended appended(QStringView more) const;
+    Appended appended(QByteArrayView more) const;
     // The rows build() gives for this text without its first `lines` lines
     // (a line being everything up to and including a line feed).
     Trimmed withoutLeadingLines(qsizetype lines) const;

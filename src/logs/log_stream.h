@@ -1,7 +1,7 @@
 #pragma once
 
+#include <QByteArrayView>
 #include <QList>
-#include <QStringView>
 
 #include "logs/log_filter.h"
 #include "logs/log_rows.h"
@@ -29,13 +29,21 @@ public:
         Kind kind = Kind::row;
         // For a continuation, `message` is what the row's message gained (from
         // a fold separator on) and `raw` the lines folded in.
-        LogRow row;
+        LogRowView row;
+    };
 
-        bool operator==(const Item&) const = default;
+    // Items handed on at once, viewing rows they keep alive.
+    struct Items {
+        QList<Item> list;
+        LogRows rows;  // what the views look into
+
+        bool isEmpty() const { return list.isEmpty(); }
+        qsizetype size() const { return list.size(); }
+        Items& operator+=(const Items& more);
     };
 
     struct Batch {
-        QList<Item> items;
+        Items items;
         qsizetype total = 0;  // rows read
         qsizetype shown = 0;  // of them, rows that pass the filter
     };
@@ -44,15 +52,17 @@ public:
 
     // The rows read first, all at once (a log's tail).
     Batch start(const LogRows& rows);
-    // Whole lines, each with its line feed, that follow what came before.
-    QList<Item> add(QStringView lines);
+    // Whole lines, each with its line feed, that follow what came before
+    // (UTF-8, read as LogText reads it).
+    Items add(QByteArrayView lines);
     // Nothing arrived for a while: a held row is as whole as it gets.
-    QList<Item> quiet();
+    Items quiet();
     // The text ends here: what follows, if anything, starts a text of its own.
-    QList<Item> end();
+    Items end();
 
 private:
-    QList<Item> take(const LogRows& rows, const LogRows& before, bool lastChanged);
+    Items take(const LogRows& rows, const LogRows& before, bool lastChanged,
+               const QList<qsizetype>& passing);
 
     RowFilter filter_;
     Rows mode_;

@@ -2,12 +2,18 @@
 
 #include <QByteArray>
 
+#include "logs/utf8.h"
+
 namespace varnel {
 
 namespace {
 
+// Room past the tail for lines a followed log appends, in bytes: memory that
+// is only reserved until written.
+constexpr qsizetype kGrowthRoom = qsizetype(64) * 1024;
+
 LogTail failure(const QString& message) {
-    return {QString(), false, message};
+    return {LogText(), false, message};
 }
 
 }  // namespace
@@ -47,9 +53,13 @@ LogTail readLogTail(const fs::ReadOnlyFile& file, quint64 maxBytes, TailPlace& p
     }
 
     // Never more than maxBytes, even when the file grows meanwhile; when it
-    // shrinks, the read just ends early.
-    QByteArray bytes(qsizetype(wanted), Qt::Uninitialized);
-    bytes.truncate(qMax<qsizetype>(file.readAt(start, bytes.data(), bytes.size()), 0));
+    // shrinks, the read just ends early. The bytes are read straight into
+    // the store the rows keep, with room for a followed log to grow into.
+    const auto size = qsizetype(wanted);
+    auto store = std::make_shared<ByteStore>(size + size / 4 + kGrowthRoom);
+    char* buffer = store->extend(size);
+    store->truncate(qMax<qsizetype>(file.readAt(start, buffer, size), 0));
+    const QByteArrayView bytes(store->data(), store->size());
     place.end = start + quint64(bytes.size());
     place.firstLine = start;
     if (tail.truncated && place.encoding == LogEncoding::Kind::utf8) {
@@ -59,13 +69,19 @@ LogTail readLogTail(const fs::ReadOnlyFile& file, quint64 maxBytes, TailPlace& p
     place.wholeEnd =
         qMax(place.firstLine, start + quint64(LogEncoding::wholeLinesEnd(bytes, place.encoding)));
 
+    if (place.encoding == LogEncoding::Kind::utf8) {
+        // A byte that cannot be read is never a line feed, so the first line
+        // ends where it would in the decoded text.
+        tail.text = LogText(store, qsizetype(place.firstLine - start), bytes.size());
+        return tail;
+    }
     QString text = LogEncoding::decode(bytes, place.encoding);
-    bytes = QByteArray();
+    store.reset();
     if (tail.truncated) {
         const qsizetype lineEnd = text.indexOf(u'\n');
         if (lineEnd >= 0) text.remove(0, lineEnd + 1);
     }
-    tail.text = std::move(text);
+    tail.text = LogText(utf8::encode(text));
     return tail;
 }
 

@@ -1,10 +1,6 @@
 #include "logs/row_builder.h"
 
-#include <QThreadPool>
-
-#include "logs/log_parser.h"
-#include "platform/background.h"
-#include "platform/text.h"
+#include <cstring>
 
 namespace varnel::rows {
 
@@ -13,105 +9,141 @@ namespace {
 using LogParser::Span;
 using LogParser::SpanBase;
 
-const Span& spanOf(const LogParser::Spans& s, int field) {
-    switch (field) {
-        case kTime:
-            return s.time;
-        case kLevel:
-            return s.level;
-        case kSource:
-            return s.source;
-        case kMessage:
-            return s.message;
+bool startsWith(QUtf8StringView text, const char (&word)[4]) {
+    return text.size() >= 3 && std::memcmp(text.data(), word, 3) == 0;
+}
+
+bool isBlankOnlyAscii(QUtf8StringView line) {
+    for (const char c : utf8::bytes(line))
+        if (c != ' ' && c != '\t') return false;
+    return true;
+}
+
+}  // namespace
+
+Builder::Builder(LogRows::Data& d, ByteStore& side, quint32 sideBase)
+    : d_(d), side_(side), sideBase_(sideBase) {}
+
+void Builder::continueLastRow() {
+    if (d_.count == 0) return;
+    continued_ = d_.count - 1;
+    lastStamped_ = d_.record(continued_).fields[kTime].size > 0;
+}
+
+QUtf8StringView Builder::view(Ref r) const {
+    switch (baseOf(r)) {
+        case kInText:
+            return QUtf8StringView(d_.text->data() + offsetOf(r), qsizetype(r.size));
+        case kInSide:
+            return QUtf8StringView(d_.side->data() + offsetOf(r), qsizetype(r.size));
+        case kInNewSide:
+            return QUtf8StringView(side_.data() + offsetOf(r), qsizetype(r.size));
         default:
-            return s.raw;
+            return LogParser::fixedWord(offsetOf(r));
     }
 }
 
-Ref toRef(const Span& span, qsizetype lineAt) {
+inline Ref Builder::toRef(const Span& span, quint32 lineBase, qsizetype lineAt) const {
     switch (span.base) {
         case SpanBase::line:
-            return {quint32(lineAt + span.pos) | (kInText << kBaseShift), quint32(span.size)};
+            return ref(lineBase, lineAt + span.pos, span.size);
         case SpanBase::side:
-            return sideRef(span.pos, span.size);
+            return ref(sideBase_, span.pos, span.size);
         case SpanBase::word:
-            return {quint32(span.pos) | (kFixedWord << kBaseShift),
-                    quint32(LogParser::fixedWord(span.pos).size())};
+            return ref(kFixedWord, span.pos, LogParser::fixedWord(span.pos).size());
     }
     return {};
 }
 
-QStringView lineOf(const Flat& part, const Fold& f) {
-    return QStringView(part.text).sliced(f.line.at, f.line.size);
+void Builder::addLines(qsizetype from, qsizetype to) {
+    qsizetype at = from;
+    while (at < to) {
+        const char* text = d_.text->data();
+        const utf8::LineScan scan = utf8::scanLine(text, at, to);
+        qsizetype size = scan.end - at;
+        // A carriage return before the line feed belongs to the line end.
+        if (size > 0 && text[at + size - 1] == '\r') --size;
+        const QUtf8StringView line(text + at, size);
+        if (scan.ascii) {
+            if (!isBlankOnlyAscii(line)) add(line, kInText, at, at, scan);
+        } else if (utf8::isClean(utf8::bytes(line))) {
+            if (!utf8::isBlankOnly(line)) add(line, kInText, at, at, scan);
+        } else {
+            // Read as U+FFFD where the bytes are not UTF-8, without U+FEFF:
+            // the line as read lives in the side buffer.
+            repaired_ = utf8::cleaned(utf8::bytes(line));
+            const QUtf8StringView fixed(repaired_);
+            if (!utf8::isBlankOnly(fixed)) {
+                const qsizetype sideAt = side_.append(repaired_);
+                add(fixed, sideBase_, sideAt, at,
+                    {scan.end, utf8::isAscii(fixed), repaired_.contains('\x1b')});
+            }
+        }
+        at = scan.end + 1;
+    }
 }
 
-// Below this a second thread costs more than it saves.
-constexpr qsizetype kParallelFrom = qsizetype(1) << 18;
-
-}  // namespace
-
-void Builder::add(QStringView line, qsizetype lineAt) {
-    const LogParser::Spans spans = LogParser::parseSpans(line, d_.side);
-    Record record;
-    record.lineAt = quint32(lineAt);
-    for (int f = 0; f < kFieldCount; ++f)
-        record.fields[size_t(f)] = toRef(spanOf(spans, f), lineAt);
-
-    const QStringView message = d_.view(record.fields[kMessage]);
-    const QStringView trimmed = text::trimBlanks(message);
-    const bool continuation =
-        line.front().isSpace() || trimmed.startsWith(u"at ") || trimmed.startsWith(u"in ");
+void Builder::add(QUtf8StringView line, quint32 lineBase, qsizetype lineAt, qsizetype textAt,
+                  const utf8::LineScan& scan) {
+    const LogParser::Spans spans = parser_.parse(line, {scan.ascii, scan.escape, false}, side_);
     const bool stamped = spans.time.size > 0;
-    Ref trimmedRef = record.fields[kMessage];
-    if (baseOf(trimmedRef) != kFixedWord) {
-        trimmedRef.at += quint32(trimmed.data() - message.data());
-        trimmedRef.size = quint32(trimmed.size());
-    }
-    const Fold fold{trimmedRef, {quint32(lineAt), quint32(line.size())}};
-    if (!stamped && continuation && lastStamped_) {
-        folds_.push_back(fold);
-        return;
-    }
-    // Rows that would fold into a row before this stretch of lines, if that
-    // row has a time stamp; see appendPart().
-    if (!anchored_ && !stamped && continuation) {
-        leading_.push_back(fold);
-    } else {
-        anchored_ = true;
+    if (!stamped && lastStamped_) {
+        const QUtf8StringView message =
+            LogParser::resolve(spans.message, line, QUtf8StringView(side_.data(), side_.size()));
+        const QUtf8StringView trimmed = utf8::trimBlanks(message);
+        if (utf8::startsWithSpace(line) || startsWith(trimmed, "at ") ||
+            startsWith(trimmed, "in ")) {
+            LogParser::Span part = spans.message;
+            if (part.base != SpanBase::word) {
+                part.pos += trimmed.data() - message.data();
+                part.size = trimmed.size();
+            }
+            folds_.push_back({toRef(part, lineBase, lineAt), ref(lineBase, lineAt, line.size()),
+                              spans.bytewise});
+            return;
+        }
     }
     finishLast();
-    d_.records.push_back(record);
+    Record& record = d_.emplaceBack();
+    record.lineAt = quint32(textAt);
+    record.fields[kTime] = toRef(spans.time, lineBase, lineAt);
+    record.fields[kLevel] = toRef(spans.level, lineBase, lineAt);
+    record.fields[kSource] = toRef(spans.source, lineBase, lineAt);
+    record.fields[kMessage] = toRef(spans.message, lineBase, lineAt);
+    record.fields[kRaw] = toRef(spans.raw, lineBase, lineAt);
+    record.bytewise = spans.bytewise;
+    record.withinRaw = within(record.fields[kTime], record.fields[kRaw]) &&
+                       within(record.fields[kSource], record.fields[kRaw]) &&
+                       within(record.fields[kMessage], record.fields[kRaw]);
     lastStamped_ = stamped;
 }
 
-void Builder::appendPart(Flat& part, const Builder& partBuilder) {
-    const quint32 shift = quint32(d_.side.size());
-    d_.side.append(part.side);
-    auto rebaseSide = [shift](Ref& ref) {
-        if (baseOf(ref) == kInSide) ref.at += shift;
-    };
-    for (Record& record : part.records)
-        for (Ref& ref : record.fields) rebaseSide(ref);
-    size_t skip = 0;
-    if (lastStamped_ && !d_.records.empty() && !partBuilder.leading_.empty()) {
-        folds_ = partBuilder.leading_;
-        for (Fold& f : folds_) rebaseSide(f.message);
-        skip = folds_.size();
-        finishLast();
-    }
-    d_.records.insert(d_.records.end(), part.records.begin() + qsizetype(skip), part.records.end());
-    if (part.records.size() > skip) lastStamped_ = partBuilder.lastStamped_;
-}
-
 void Builder::finishLast() {
-    if (d_.records.empty()) return;
-    Record& last = d_.records.back();
-    if (!folds_.empty()) fold(last);
-    last.ascii = isAsciiRow(d_.row(last));
+    if (folds_.empty()) return;
+    const qsizetype last = d_.count - 1;
+    fold(d_.writable(last));
+    if (last == continued_) lastRowChanged_ = true;
 }
 
 void Builder::fold(Record& last) {
-    last.fields[kMessage] = append(foldedMessage(d_.view(last.fields[kMessage]), d_, folds_));
+    // Sizes first: the side buffer may move as it grows, so views are taken after.
+    const qsizetype separator = foldSeparator.size();
+    qsizetype messageSize = qsizetype(last.fields[kMessage].size);
+    for (const Fold& f : folds_) messageSize += separator + qsizetype(f.message.size);
+    const qsizetype messageAt = side_.size();
+    char* out = side_.extend(messageSize);
+    auto put = [&out](QUtf8StringView part) {
+        std::memcpy(out, part.data(), size_t(part.size()));
+        out += part.size();
+    };
+    put(view(last.fields[kMessage]));
+    for (const Fold& f : folds_) {
+        put(foldSeparator);
+        put(view(f.message));
+        last.bytewise = last.bytewise && f.bytewise;
+    }
+    last.withinRaw = false;
+    last.fields[kMessage] = ref(sideBase_, messageAt, messageSize);
 
     // The raw lines usually follow each other in the text, and then the
     // folded raw text is just a longer slice of it.
@@ -120,82 +152,25 @@ void Builder::fold(Record& last) {
     qsizetype end = offsetOf(raw) + raw.size;
     for (const Fold& f : folds_) {
         if (!contiguous) break;
-        contiguous = f.line.at == end + 1 && d_.text[end] == u'\n';
-        end = qsizetype(f.line.at) + f.line.size;
+        contiguous = baseOf(f.line) == kInText && offsetOf(f.line) == end + 1 &&
+                     d_.text->data()[end] == '\n';
+        end = offsetOf(f.line) + f.line.size;
     }
     if (contiguous) {
-        raw.size = quint32(end - offsetOf(raw));
-        last.fields[kRaw] = raw;
+        last.fields[kRaw] = ref(kInText, offsetOf(raw), end - offsetOf(raw));
     } else {
-        last.fields[kRaw] = append(foldedRaw(d_.view(raw), d_, folds_));
+        qsizetype rawSize = qsizetype(raw.size);
+        for (const Fold& f : folds_) rawSize += 1 + qsizetype(f.line.size);
+        const qsizetype rawAt = side_.size();
+        out = side_.extend(rawSize);
+        put(view(raw));
+        for (const Fold& f : folds_) {
+            *out++ = '\n';
+            put(view(f.line));
+        }
+        last.fields[kRaw] = ref(sideBase_, rawAt, rawSize);
     }
     folds_.clear();
-}
-
-Ref Builder::append(const QString& text) {
-    const Ref ref = sideRef(d_.side.size(), text.size());
-    d_.side.append(text);
-    return ref;
-}
-
-void addLines(Builder& builder, QStringView all, qsizetype from, qsizetype to) {
-    qsizetype at = from;
-    while (at < to) {
-        qsizetype lineEnd = all.indexOf(u'\n', at);
-        if (lineEnd < 0 || lineEnd > to) lineEnd = to;
-        QStringView line = all.sliced(at, lineEnd - at);
-        // A carriage return before the line feed belongs to the line end.
-        if (line.endsWith(u'\r')) line.chop(1);
-        if (!text::isBlankOnly(line)) builder.add(line, at);
-        at = lineEnd + 1;
-    }
-    builder.finish();
-}
-
-QString foldedMessage(QStringView message, const Flat& part, const std::vector<Fold>& folds) {
-    QString out = message.toString();
-    for (const Fold& f : folds) {
-        out += foldSeparator;
-        out += part.view(f.message);
-    }
-    return out;
-}
-
-QString foldedRaw(QStringView raw, const Flat& part, const std::vector<Fold>& folds) {
-    QString out = raw.toString();
-    for (const Fold& f : folds) {
-        out += u'\n';
-        out += lineOf(part, f);
-    }
-    return out;
-}
-
-Flat buildFlat(QString text) {
-    if (text.size() > kMaxText) {
-        const qsizetype lineEnd = text.indexOf(u'\n', text.size() - kMaxText);
-        text.remove(0, lineEnd >= 0 ? lineEnd + 1 : text.size() - kMaxText);
-    }
-    Flat flat;
-    flat.text = std::move(text);
-    const QStringView all(flat.text);
-    Builder builder(flat);
-
-    // The second half of the lines is parsed alongside into its own records
-    // and side buffer (sharing the text), then appended.
-    const qsizetype middle =
-        all.size() >= kParallelFrom ? all.indexOf(u'\n', all.size() / 2) + 1 : 0;
-    if (middle > 0) {
-        Flat part;
-        part.text = flat.text;
-        Builder partBuilder(part);
-        allAtOnce(*QThreadPool::globalInstance(),
-                  {[&] { addLines(builder, all, 0, middle); },
-                   [&] { addLines(partBuilder, all, middle, all.size()); }});
-        builder.appendPart(part, partBuilder);
-    } else {
-        addLines(builder, all, 0, all.size());
-    }
-    return flat;
 }
 
 }  // namespace varnel::rows

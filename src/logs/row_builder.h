@@ -2,59 +2,59 @@
 
 // Turning lines into row records: for the files that build rows.
 
-#include <QString>
-#include <QStringView>
+#include <QByteArray>
+#include <QUtf8StringView>
 #include <vector>
 
+#include "logs/log_parser.h"
 #include "logs/row_storage.h"
+#include "logs/utf8.h"
 
 namespace varnel::rows {
 
-// A continuation line: its trimmed message, and the line as read, in the text.
-struct Fold {
-    Ref message;
-    Ref line;
-};
-
-// Parses lines into records and folds continuation lines into the
-// time-stamped row before them. Folds are collected and written once when the
-// row is complete, so a long stack trace costs linear time and space.
+// Parses the lines of the rows' text into records, written straight into the
+// rows, and folds continuation lines into the time-stamped row before them.
+// Folds are collected and written once when the row is complete, so a long
+// stack trace costs linear time and space.
 class Builder {
 public:
-    explicit Builder(Flat& d) : d_(d) {}
+    // Side text goes to the rows' own side buffer (kInSide), or, while that
+    // is shared, to `side` (kInNewSide) for the caller to move over.
+    Builder(LogRows::Data& d, ByteStore& side, quint32 sideBase);
 
-    // One line (without its line end) that starts at `lineAt` in the text.
-    void add(QStringView line, qsizetype lineAt);
+    // Lines that follow go on from the rows there are: continuation lines
+    // fold into a time-stamped last row.
+    void continueLastRow();
+    // Every line of the text in [from, to) that is not blank, CR LF read as LF.
+    void addLines(qsizetype from, qsizetype to);
     void finish() { finishLast(); }
 
-    // Continuation lines at the start of what this builder read, before any
-    // row of its own: they fold into a time-stamped row before them.
-    const std::vector<Fold>& leading() const { return leading_; }
-
-    // Appends the rows another builder made from the lines that follow this
-    // builder's, over the same text.
-    void appendPart(Flat& part, const Builder& partBuilder);
+    // The row that was last before continueLastRow() has lines folded into it.
+    bool lastRowChanged() const { return lastRowChanged_; }
 
 private:
+    struct Fold {
+        Ref message;  // its trimmed message
+        Ref line;     // the line as read
+        bool bytewise = true;
+    };
+
+    void add(QUtf8StringView line, quint32 lineBase, qsizetype lineAt, qsizetype textAt,
+             const utf8::LineScan& scan);
     void finishLast();
     void fold(Record& last);
-    Ref append(const QString& text);
+    QUtf8StringView view(Ref ref) const;
+    Ref toRef(const LogParser::Span& span, quint32 lineBase, qsizetype lineAt) const;
 
-    Flat& d_;
+    LogRows::Data& d_;
+    ByteStore& side_;
+    quint32 sideBase_;
+    LogParser::Parser parser_;
+    QByteArray repaired_;
     std::vector<Fold> folds_;
     bool lastStamped_ = false;
-    bool anchored_ = false;
-    std::vector<Fold> leading_;
+    qsizetype continued_ = -1;  // the row continueLastRow() went on from
+    bool lastRowChanged_ = false;
 };
-
-// Every line of all[from, to) that is not blank, CR LF read as LF.
-void addLines(Builder& builder, QStringView all, qsizetype from, qsizetype to);
-
-// A row's message and raw text with lines of `part` folded in.
-QString foldedMessage(QStringView message, const Flat& part, const std::vector<Fold>& folds);
-QString foldedRaw(QStringView raw, const Flat& part, const std::vector<Fold>& folds);
-
-// The rows of a whole text, large ones parsed on two threads.
-Flat buildFlat(QString text);
 
 }  // namespace varnel::rows

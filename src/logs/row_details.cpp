@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 
+#include "logs/utf8.h"
+
 namespace varnel {
 
 namespace {
@@ -54,12 +56,13 @@ int columnRank(const QString& key) {
 }  // namespace
 
 QList<RowField> rowFields(const LogRowView& row) {
-    const qsizetype feed = row.raw.indexOf(u'\n');
-    const QStringView firstLine = feed < 0 ? row.raw : row.raw.first(feed);
+    const QByteArrayView raw = utf8::bytes(row.raw);
+    const qsizetype feed = raw.indexOf('\n');
+    const QByteArrayView firstLine = feed < 0 ? raw : raw.first(feed);
     QList<RowField> out;
-    if (firstLine.startsWith(u'{')) {
+    if (firstLine.startsWith('{')) {
         QJsonParseError error{};
-        const QJsonDocument document = QJsonDocument::fromJson(firstLine.toUtf8(), &error);
+        const QJsonDocument document = QJsonDocument::fromJson(firstLine.toByteArray(), &error);
         if (error.error == QJsonParseError::NoError && document.isObject()) {
             flatten(document.object(), {}, out);
             // Keys come sorted; stable, so the rest keep that order.
@@ -69,7 +72,7 @@ QList<RowField> rowFields(const LogRowView& row) {
             return out;
         }
     }
-    const std::array<std::pair<QString, QStringView>, 4> columns{
+    const std::array<std::pair<QString, QUtf8StringView>, 4> columns{
         {{QStringLiteral("time"), row.time},
          {QStringLiteral("level"), row.level},
          {QStringLiteral("source"), row.source},
@@ -92,7 +95,7 @@ QString rowDetailText(const LogRowView& row) {
         out += value.replace(u'\n', u'\n' + indent) + u'\n';
     }
     if (!fields.isEmpty()) out += u'\n';
-    out += row.raw;
+    out += row.raw.toString();
     return out;
 }
 

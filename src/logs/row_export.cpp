@@ -1,22 +1,26 @@
 #include "logs/row_export.h"
 
-#include <QString>
+#include <QByteArray>
+
+#include "logs/utf8.h"
 
 namespace varnel {
 
 namespace {
 
-void appendCsvField(QString& out, QStringView field) {
-    const bool formula = !field.isEmpty() && QStringView(u"=+-@\t\r").contains(field.front());
-    const bool quoted = formula || field.contains(u',') || field.contains(u'"') ||
-                        field.contains(u'\n') || field.contains(u'\r');
-    if (quoted) out += u'"';
-    if (formula) out += u'\'';
-    for (const QChar c : field) {
-        if (c == u'"') out += u'"';
+// Every character that matters here is ASCII, so the UTF-8 bytes are read as they are.
+void appendCsvField(QByteArray& out, QUtf8StringView text) {
+    const QByteArrayView field = utf8::bytes(text);
+    const bool formula = !field.isEmpty() && QByteArrayView("=+-@\t\r").contains(field.front());
+    const bool quoted = formula || field.contains(',') || field.contains('"') ||
+                        field.contains('\n') || field.contains('\r');
+    if (quoted) out += '"';
+    if (formula) out += '\'';
+    for (const char c : field) {
+        if (c == '"') out += '"';
         out += c;
     }
-    if (quoted) out += u'"';
+    if (quoted) out += '"';
 }
 
 }  // namespace
@@ -27,27 +31,27 @@ ExportFormat exportFormatFor(QStringView fileName) {
 }
 
 QByteArray exportRows(const LogRows& rows, const QList<qsizetype>& shown, ExportFormat format) {
-    QString out;
+    QByteArray out;
     if (format == ExportFormat::rawLines) {
         for (const qsizetype index : shown) {
-            out += rows[index].raw;
-            out += u'\n';
+            out += utf8::bytes(rows[index].raw);
+            out += '\n';
         }
-        return out.toUtf8();
+        return out;
     }
-    out += QStringLiteral("Time,Level,Source,Message\r\n");
+    out += "Time,Level,Source,Message\r\n";
     for (const qsizetype index : shown) {
         const LogRowView row = rows[index];
         appendCsvField(out, row.time);
-        out += u',';
+        out += ',';
         appendCsvField(out, row.level);
-        out += u',';
+        out += ',';
         appendCsvField(out, row.source);
-        out += u',';
+        out += ',';
         appendCsvField(out, row.message);
-        out += QStringLiteral("\r\n");
+        out += "\r\n";
     }
-    return out.toUtf8();
+    return out;
 }
 
 }  // namespace varnel

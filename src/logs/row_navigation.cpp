@@ -4,8 +4,9 @@
 
 namespace varnel {
 
-bool isProblemLevel(QStringView level) {
-    return level == u"ERROR" || level == u"FATAL" || level == u"WARN";
+bool isProblemLevel(QUtf8StringView level) {
+    return level == QUtf8StringView("ERROR") || level == QUtf8StringView("FATAL") ||
+           level == QUtf8StringView("WARN");
 }
 
 qsizetype nextProblemRow(const LogRows& rows, const QList<qsizetype>& shown, qsizetype from,

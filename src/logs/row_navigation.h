@@ -8,7 +8,7 @@
 namespace varnel {
 
 // Rows a reader hunts for: errors, fatal errors and warnings.
-bool isProblemLevel(QStringView level);
+bool isProblemLevel(QUtf8StringView level);
 
 enum class RowDirection { forward, backward };
 

@@ -1,19 +1,15 @@
 #include "logs/row_storage.h"
 
 #include <algorithm>
+#include <new>
 
 namespace varnel::rows {
-
-bool isAsciiRow(const LogRowView& v) {
-    return QtPrivate::isAscii(v.time) && QtPrivate::isAscii(v.level) &&
-           QtPrivate::isAscii(v.source) && QtPrivate::isAscii(v.message);
-}
 
 namespace {
 
 void rebase(Ref& ref, qsizetype textShift, qsizetype sideShift) {
     const quint32 base = baseOf(ref);
-    if (base == kFixedWord) return;
+    if (base != kInText && base != kInSide) return;
     if (ref.size == 0) {
         // An empty field may sit anywhere, even in text that has gone.
         ref.at = base << kBaseShift;
@@ -23,23 +19,71 @@ void rebase(Ref& ref, qsizetype textShift, qsizetype sideShift) {
     ref.at = quint32(offsetOf(ref) + shift) | (base << kBaseShift);
 }
 
-bool roomIn(const Chars& chars, qsizetype end, qsizetype more) {
-    return chars.s.size() == end && chars.s.isDetached() &&
-           chars.s.capacity() - chars.s.size() >= more;
+std::shared_ptr<ByteStore> storeWithRoom(QByteArrayView live, qsizetype more) {
+    auto store =
+        std::make_shared<ByteStore>(live.size() + std::max(live.size(), more) + more + 4096);
+    store->append(live);
+    return store;
 }
 
-std::shared_ptr<Chars> charsWithRoom(QStringView live, qsizetype more) {
-    auto chars = std::make_shared<Chars>();
-    chars->s.reserve(live.size() + std::max(live.size(), more) + more + 4096);
-    chars->s.append(live);
-    return chars;
-}
+constexpr qsizetype kAlign = 16;
+
+// Blocks (with their shared pointer's count) from the arena while it lasts.
+template <typename T>
+struct ArenaAllocator {
+    using value_type = T;
+    std::shared_ptr<BlockArena> arena;
+
+    explicit ArenaAllocator(std::shared_ptr<BlockArena> a) : arena(std::move(a)) {}
+    template <typename U>
+    ArenaAllocator(const ArenaAllocator<U>& other) : arena(other.arena) {}
+
+    T* allocate(size_t n) {
+        if (void* p = arena->take(qsizetype(n) * qsizetype(sizeof(T)))) return static_cast<T*>(p);
+        return static_cast<T*>(::operator new(n * sizeof(T)));
+    }
+    void deallocate(T* p, size_t) {
+        // Memory from the arena goes with the arena.
+        if (!arena->owns(p)) ::operator delete(p);
+    }
+    template <typename U>
+    bool operator==(const ArenaAllocator<U>& other) const {
+        return arena == other.arena;
+    }
+};
 
 }  // namespace
 
 void rebase(Record& record, qsizetype textShift, qsizetype sideShift) {
-    for (Ref& ref : record.fields) rebase(ref, textShift, sideShift);
+    for (Ref& r : record.fields) rebase(r, textShift, sideShift);
     record.lineAt = quint32(qsizetype(record.lineAt) + textShift);
+}
+
+void settleNewSide(Record& record, qsizetype at) {
+    for (Ref& r : record.fields)
+        if (baseOf(r) == kInNewSide) r = ref(kInSide, offsetOf(r) + at, r.size);
+}
+
+BlockArena::BlockArena(qsizetype blocks)
+    : memory_(blocks * ((qsizetype(sizeof(Block)) + 64 + kAlign - 1) / kAlign * kAlign)) {}
+
+void* BlockArena::take(qsizetype bytes) {
+    const qsizetype rounded = (bytes + kAlign - 1) / kAlign * kAlign;
+    if (memory_.size() - used_ < rounded) return nullptr;
+    void* p = memory_.data() + used_;
+    used_ += rounded;
+    return p;
+}
+
+bool BlockArena::owns(const void* p) const {
+    const char* c = static_cast<const char*>(p);
+    return c >= memory_.data() && c < memory_.data() + memory_.size();
+}
+
+std::shared_ptr<Block> newBlock(const std::shared_ptr<BlockArena>& arena) {
+    // Records need no initial value: a slot is written before it is read.
+    if (arena) return std::allocate_shared<Block>(ArenaAllocator<Block>(arena));
+    return std::make_shared<Block>();
 }
 
 }  // namespace varnel::rows
@@ -47,18 +91,6 @@ void rebase(Record& record, qsizetype textShift, qsizetype sideShift) {
 namespace varnel {
 
 using namespace rows;
-
-std::shared_ptr<LogRows::Data> LogRows::Data::fromFlat(Flat&& flat) {
-    auto data = std::make_shared<Data>();
-    data->textEnd = flat.text.size();
-    data->text->s = std::move(flat.text);
-    data->sideEnd = flat.side.size();
-    flat.side.squeeze();
-    data->side->s = std::move(flat.side);
-    data->blocks.reserve((flat.records.size() + kBlockRows - 1) / kBlockRows);
-    for (const Record& r : flat.records) data->pushBack(r);
-    return data;
-}
 
 Record& LogRows::Data::writable(qsizetype i) {
     const qsizetype slot = first + i;
@@ -68,15 +100,18 @@ Record& LogRows::Data::writable(qsizetype i) {
 }
 
 void LogRows::Data::pushBack(const Record& r) {
-    if (first + count == qsizetype(blocks.size()) * kBlockRows)
-        blocks.push_back(std::make_shared<Block>());
+    emplaceBack() = r;
+}
+
+Record& LogRows::Data::emplaceBack() {
+    if (first + count == qsizetype(blocks.size()) * kBlockRows) blocks.push_back(newBlock(arena));
     ++count;
-    writable(count - 1) = r;
+    return writable(count - 1);
 }
 
 void LogRows::Data::pushFront(const Record& r) {
     if (first == 0) {
-        blocks.insert(blocks.begin(), std::make_shared<Block>());
+        blocks.insert(blocks.begin(), newBlock(arena));
         first = kBlockRows;
     }
     --first;
@@ -92,20 +127,19 @@ void LogRows::Data::dropFront(qsizetype n) {
     first = count == 0 ? 0 : first % kBlockRows;
 }
 
-void LogRows::Data::makeRoom(qsizetype textMore, qsizetype sideMore) {
-    if (roomIn(*text, textEnd, textMore) && roomIn(*side, sideEnd, sideMore)) return;
+LogRows::Data::Shift LogRows::Data::makeRoom(qsizetype textMore, qsizetype sideMore) {
+    if (text->roomAfter(textEnd, textMore) && side->roomAfter(sideEnd, sideMore)) return {};
     // Side text of the dropped rows is dead; the live rows' side text starts
     // at the lowest side offset any of them uses.
     qsizetype sideFrom = sideEnd;
     for (qsizetype i = 0; i < count; ++i)
-        for (const Ref& ref : record(i).fields)
-            if (baseOf(ref) == kInSide && ref.size > 0)
-                sideFrom = std::min(sideFrom, offsetOf(ref));
-    text = charsWithRoom(liveText(), textMore);
-    side = charsWithRoom(QStringView(side->s).sliced(sideFrom, sideEnd - sideFrom), sideMore);
+        for (const Ref& r : record(i).fields)
+            if (baseOf(r) == kInSide && r.size > 0) sideFrom = std::min(sideFrom, offsetOf(r));
+    text = storeWithRoom(liveText(), textMore);
+    side = storeWithRoom(QByteArrayView(side->data() + sideFrom, sideEnd - sideFrom), sideMore);
+    const Shift shift{-textBegin, -sideFrom};
     std::vector<std::shared_ptr<Block>> old = std::move(blocks);
     const qsizetype oldFirst = first;
-    const qsizetype textShift = -textBegin;
     blocks.clear();
     first = 0;
     const qsizetype n = count;
@@ -113,19 +147,25 @@ void LogRows::Data::makeRoom(qsizetype textMore, qsizetype sideMore) {
     for (qsizetype i = 0; i < n; ++i) {
         const qsizetype slot = oldFirst + i;
         Record r = old[size_t(slot / kBlockRows)]->records[size_t(slot % kBlockRows)];
-        rebase(r, textShift, -sideFrom);
+        rebase(r, shift.text, shift.side);
         pushBack(r);
     }
     textEnd -= textBegin;
     textBegin = 0;
     sideEnd -= sideFrom;
+    return shift;
 }
 
-Ref LogRows::Data::appendSide(QStringView more) {
-    const Ref ref = sideRef(sideEnd, more.size());
-    side->s.append(more);
-    sideEnd += more.size();
-    return ref;
+qsizetype LogRows::Data::appendText(QByteArrayView bytes) {
+    const qsizetype at = text->append(bytes);
+    textEnd += bytes.size();
+    return at;
+}
+
+qsizetype LogRows::Data::appendSide(QByteArrayView bytes) {
+    const qsizetype at = side->append(bytes);
+    sideEnd += bytes.size();
+    return at;
 }
 
 }  // namespace varnel

@@ -3,20 +3,20 @@
 // How LogRows keeps its rows: for the files that build, change and search
 // them, not for their users.
 
-#include <QString>
-#include <QStringView>
+#include <QUtf8StringView>
 #include <array>
 #include <memory>
 #include <vector>
 
 #include "logs/log_parser.h"
 #include "logs/log_rows.h"
+#include "logs/log_text.h"
 
 namespace varnel::rows {
 
-// A field as 32-bit offset and size; the top two bits of the offset say which
-// buffer it is in. That caps each buffer at 2^30 UTF-16 units, which build()
-// guarantees by its own, much lower, limit on the text.
+// A field as 32-bit offset and size in bytes; the top two bits of the offset
+// say which buffer it is in. That caps each buffer at 2^30 bytes, which
+// build() guarantees by its own, much lower, limit on the text.
 struct Ref {
     quint32 at = 0;
     quint32 size = 0;
@@ -24,7 +24,14 @@ struct Ref {
 
 constexpr quint32 kBaseShift = 30;
 constexpr quint32 kOffsetMask = (1u << kBaseShift) - 1;
-enum : quint32 { kInText = 0, kInSide = 1, kFixedWord = 2 };
+enum : quint32 {
+    kInText = 0,
+    kInSide = 1,
+    kFixedWord = 2,
+    // Side text a builder made while the rows' own side buffer is shared: it
+    // moves there once the builder is done, and no finished row refers to it.
+    kInNewSide = 3,
+};
 
 inline quint32 baseOf(Ref ref) {
     return ref.at >> kBaseShift;
@@ -32,12 +39,12 @@ inline quint32 baseOf(Ref ref) {
 inline qsizetype offsetOf(Ref ref) {
     return qsizetype(ref.at & kOffsetMask);
 }
-inline Ref sideRef(qsizetype at, qsizetype size) {
-    return {quint32(at) | (kInSide << kBaseShift), quint32(size)};
+inline Ref ref(quint32 base, qsizetype at, qsizetype size) {
+    return {quint32(at) | (base << kBaseShift), quint32(size)};
 }
 
 // Anything longer keeps only its last part, from a line start: a quarter of a
-// billion characters is far beyond any tail the viewer reads.
+// gigabyte is far beyond any tail the viewer reads.
 constexpr qsizetype kMaxText = qsizetype(1) << 28;
 
 enum Field { kTime, kLevel, kSource, kMessage, kRaw, kFieldCount };
@@ -47,26 +54,35 @@ struct Record {
     // Where the row's first line starts in the text: rows dropped at the front
     // of a moving window are found by it.
     quint32 lineAt = 0;
-    // time, level, source and message are all ASCII: the filter's fast path.
-    bool ascii = false;
+    // time, level, source and message can be searched for ASCII byte by byte:
+    // the filter's fast path (see LogParser::Spans).
+    bool bytewise = false;
+    // time, source and message lie within raw, in the same buffer: text raw
+    // does not hold, they do not hold either.
+    bool withinRaw = false;
 };
 
-inline QStringView view(Ref ref, const QString& text, const QString& side) {
+inline QUtf8StringView view(Ref ref, const char* text, const char* side) {
     const quint32 base = baseOf(ref);
     if (base == kFixedWord) return LogParser::fixedWord(offsetOf(ref));
-    return QStringView(base == kInText ? text : side).sliced(offsetOf(ref), ref.size);
+    return QUtf8StringView((base == kInText ? text : side) + offsetOf(ref), qsizetype(ref.size));
 }
 
-inline LogRowView rowView(const Record& r, const QString& text, const QString& side) {
+inline bool within(Ref part, Ref whole) {
+    return part.size == 0 || (baseOf(part) == baseOf(whole) && part.at >= whole.at &&
+                              qsizetype(part.at) + part.size <= qsizetype(whole.at) + whole.size);
+}
+
+inline LogRowView rowView(const Record& r, const char* text, const char* side) {
     return {view(r.fields[kTime], text, side), view(r.fields[kLevel], text, side),
             view(r.fields[kSource], text, side), view(r.fields[kMessage], text, side),
             view(r.fields[kRaw], text, side)};
 }
 
-bool isAsciiRow(const LogRowView& v);
-
 // Moves a record's fields by the given shifts of the text and side buffers.
 void rebase(Record& record, qsizetype textShift, qsizetype sideShift);
+// Points a record's new side text at the side buffer, where it now starts at `at`.
+void settleNewSide(Record& record, qsizetype at);
 
 // Rows are kept in fixed blocks shared between versions of the rows, so that
 // a version with a few rows more or less copies one block, not all of them.
@@ -75,41 +91,45 @@ struct Block {
     std::array<Record, kBlockRows> records;
 };
 
-// Characters that versions of the rows share. Only ever appended to, and only
-// within the capacity reserved, so the buffer never moves while any version
-// holds views into it.
-struct Chars {
-    QString s;
+// Where the blocks of one load come from: one allocation sized from the
+// text's line count, so a load's rows are written once, into memory that
+// arrives in large pages. It lives as long as any block made from it.
+class BlockArena {
+public:
+    explicit BlockArena(qsizetype blocks);
+    // Room for `bytes` bytes, or nullptr when the arena is used up.
+    void* take(qsizetype bytes);
+    bool owns(const void* p) const;
+
+private:
+    BigBuffer memory_;
+    qsizetype used_ = 0;
 };
 
-// The text and rows of one load as the builder makes them: plain buffers.
-struct Flat {
-    QString text;
-    QString side;
-    std::vector<Record> records;
-
-    QStringView view(Ref ref) const { return rows::view(ref, text, side); }
-    LogRowView row(const Record& r) const { return rowView(r, text, side); }
-};
+// A new block, from the arena while it lasts.
+std::shared_ptr<Block> newBlock(const std::shared_ptr<BlockArena>& arena);
 
 }  // namespace varnel::rows
 
 namespace varnel {
 
 struct LogRows::Data {
-    std::shared_ptr<rows::Chars> text = std::make_shared<rows::Chars>();
+    std::shared_ptr<ByteStore> text = std::make_shared<ByteStore>();
     qsizetype textBegin = 0;  // text before it belongs to rows dropped at the front
     qsizetype textEnd = 0;
-    std::shared_ptr<rows::Chars> side = std::make_shared<rows::Chars>();
+    std::shared_ptr<ByteStore> side = std::make_shared<ByteStore>();
     qsizetype sideEnd = 0;
     std::vector<std::shared_ptr<rows::Block>> blocks;
     qsizetype first = 0;  // slot of row 0 in blocks.front()
     qsizetype count = 0;
+    std::shared_ptr<rows::BlockArena> arena;  // where new blocks come from, if anywhere
 
-    static std::shared_ptr<Data> fromFlat(rows::Flat&& flat);
-
-    QStringView view(rows::Ref ref) const { return rows::view(ref, text->s, side->s); }
-    LogRowView row(const rows::Record& r) const { return rows::rowView(r, text->s, side->s); }
+    QUtf8StringView view(rows::Ref ref) const {
+        return rows::view(ref, text->data(), side->data());
+    }
+    LogRowView row(const rows::Record& r) const {
+        return rows::rowView(r, text->data(), side->data());
+    }
 
     const rows::Record& record(qsizetype i) const {
         const qsizetype slot = first + i;
@@ -119,20 +139,25 @@ struct LogRows::Data {
     // A block another version also holds is copied before it is written.
     rows::Record& writable(qsizetype i);
     void pushBack(const rows::Record& r);
+    // A new last row, to be written in place.
+    rows::Record& emplaceBack();
     void pushFront(const rows::Record& r);
     void dropFront(qsizetype n);
 
-    QStringView liveText() const {
-        return QStringView(text->s).sliced(textBegin, textEnd - textBegin);
-    }
+    QByteArrayView liveText() const { return {text->data() + textBegin, textEnd - textBegin}; }
 
-    // Makes sure `textMore` and `sideMore` characters can be appended in place;
-    // otherwise the live characters move to new buffers with room to spare and
+    // Makes sure `textMore` and `sideMore` bytes can be appended in place;
+    // otherwise the live bytes move to new buffers with room to spare and
     // every row is pointed at them. Moving costs the live size, and the room
     // left is as large again, so appending stays linear over time.
-    void makeRoom(qsizetype textMore, qsizetype sideMore);
-    // Appends to the side buffer, within room made before.
-    rows::Ref appendSide(QStringView more);
+    struct Shift {
+        qsizetype text = 0;
+        qsizetype side = 0;
+    };
+    Shift makeRoom(qsizetype textMore, qsizetype sideMore);
+    // Appends, within room made before.
+    qsizetype appendText(QByteArrayView bytes);
+    qsizetype appendSide(QByteArrayView bytes);
 };
 
 }  // namespace varnel

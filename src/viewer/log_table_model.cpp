@@ -6,6 +6,7 @@
 
 #include "logs/cell_text.h"
 #include "logs/log_presentation.h"
+#include "logs/utf8.h"
 #include "ui/system_palette.h"
 
 namespace varnel {
@@ -125,7 +126,7 @@ QVariant LogTableModel::data(const QModelIndex& index, int role) const {
         case Qt::ToolTipRole:
             // As markup, so that a line that looks like markup shows as written.
             if (column == messageColumn)
-                return Qt::convertFromPlainText(tooltipText(row.raw), Qt::WhiteSpacePre);
+                return Qt::convertFromPlainText(tooltipText(utf8::toString(row.raw)), Qt::WhiteSpacePre);
             return {};
         default:
             return {};

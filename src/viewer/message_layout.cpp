@@ -53,6 +53,12 @@ bool isPrintableAscii(QStringView text) {
     return true;
 }
 
+bool isPrintableAscii(QUtf8StringView text) {
+    for (const auto c : text)
+        if (uchar(c) < 0x20 || uchar(c) > 0x7e) return false;
+    return true;
+}
+
 }  // namespace
 
 MessageLayout::MessageLayout(const QFont& font) : font_(font) {
@@ -86,6 +92,13 @@ double MessageLayout::measure(QStringView text, double width) const {
     QTextLayout layout(prepared(text), font_);
     layout.setCacheEnabled(false);
     return layOut(layout, width);
+}
+
+double MessageLayout::measure(QUtf8StringView text, double width) const {
+    if (asciiAdvance_ > 0 && double(text.size()) * asciiAdvance_ <= width - 1 &&
+        isPrintableAscii(text))
+        return lineHeight_;
+    return measure(QStringView(text.toString()), width);
 }
 
 void MessageLayout::draw(QPainter* painter, const QRectF& cell, double width,

@@ -5,6 +5,7 @@
 #include <QRectF>
 #include <QString>
 #include <QStringView>
+#include <QUtf8StringView>
 
 class QPainter;
 
@@ -28,6 +29,8 @@ public:
 
     // Height of the text in a box `width` wide, font leading included.
     double measure(QStringView text, double width) const;
+    // The same for a row's UTF-8 text, which needs no conversion when it fits on one line.
+    double measure(QUtf8StringView text, double width) const;
 
     // Draws with the painter's pen in a box `width` wide at the cell's left,
     // centred in its height and clipped to it. The layout is kept for the

@@ -41,8 +41,8 @@ void RowDetailPane::showRow(const std::optional<LogRowView>& row) {
         clear();
         return;
     }
-    if (raw_ && row->raw == *raw_) return;
-    raw_ = row->raw.toString();
+    if (raw_ && row->raw == QUtf8StringView(*raw_)) return;
+    raw_ = QByteArray(row->raw.data(), row->raw.size());
     const QString text = rowDetailText(*row);
     setWordWrapMode(longestLine(text) > wordWrapLineLimit
                         ? QTextOption::WrapAnywhere

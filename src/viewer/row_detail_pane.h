@@ -19,7 +19,7 @@ public:
     void showRow(const std::optional<LogRowView>& row);
 
 private:
-    std::optional<QString> raw_;
+    std::optional<QByteArray> raw_;
 };
 
 }  // namespace varnel

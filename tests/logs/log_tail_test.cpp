@@ -56,7 +56,7 @@ QByteArray utf16(const QString& text, bool littleEndian) {
 using Tail = std::tuple<QString, bool, std::optional<QString>>;
 Tail read(const QString& path, quint64 maxBytes = 4'000'000) {
     const LogTail tail = readLogTail(path, maxBytes);
-    return {tail.text, tail.truncated, tail.error};
+    return {tail.text.toString(), tail.truncated, tail.error};
 }
 
 }  // namespace
@@ -156,6 +156,7 @@ TEST(LogTail, EncodingsSignaturesAndBadBytes) {
     };
     for (const auto& c : cases) {
         write(kLog, c.bytes);
-        EXPECT_EQ(readLogTail(kLog, c.maxBytes).text, c.text) << c.bytes.toHex().toStdString();
+        EXPECT_EQ(readLogTail(kLog, c.maxBytes).text.toString(), c.text)
+            << c.bytes.toHex().toStdString();
     }
 }

@@ -54,7 +54,7 @@ private:
     QString stamp(bool t = true) {
         return QStringLiteral("2024-05-%1%2%3:%4:%5.%6Z")
             .arg(1 + pick(28), 2, 10, QChar(u'0'))
-            .arg(t ? u'T' : u' ')
+            .arg(QChar(t ? u'T' : u' '))
             .arg(pick(24), 2, 10, QChar(u'0'))
             .arg(pick(60), 2, 10, QChar(u'0'))
             .arg(pick(60), 2, 10, QChar(u'0'))

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QtGlobal>
+#include <array>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+namespace varnel::cli {
+
+// Output gathered in one buffer that is reused: writers take room for the
+// most they may write, write through a pointer and commit where they ended,
+// which spares a size check for every byte.
+class TextBuffer {
+public:
+    // Room for at least `more` bytes after the end.
+    char* room(qsizetype more) {
+        if (capacity_ - size_ < more) grow(more);
+        return data_.get() + size_;
+    }
+    // The bytes up to `end` (inside the room) are now written.
+    void commit(const char* end) { size_ = end - data_.get(); }
+
+    void append(const char* bytes, qsizetype count) {
+        std::memcpy(room(count), bytes, size_t(count));
+        size_ += count;
+    }
+    void append(std::string_view text) { append(text.data(), qsizetype(text.size())); }
+    void append(char c) {
+        *room(1) = c;
+        ++size_;
+    }
+    void appendSpaces(qsizetype count) {
+        if (count <= 0) return;
+        // Columns are narrow: sixteen at a time from a constant beat a call.
+        static constexpr std::array<char, 16> spaces = [] {
+            std::array<char, 16> all{};
+            all.fill(' ');
+            return all;
+        }();
+        char* at = room(count + 16);
+        for (qsizetype done = 0; done < count; done += 16)
+            std::memcpy(at + done, spaces.data(), 16);
+        size_ += count;
+    }
+
+    const char* data() const { return data_.get(); }
+    qsizetype size() const { return size_; }
+    bool isEmpty() const { return size_ == 0; }
+    char back() const { return data_[size_t(size_ - 1)]; }
+    void truncate(qsizetype size) { size_ = qMin(size, size_); }
+    void clear() { size_ = 0; }
+    std::string_view view() const { return {data(), size_t(size_)}; }
+
+private:
+    void grow(qsizetype more) {
+        const qsizetype capacity = qMax(size_ + more, capacity_ * 2 + 4096);
+        auto bigger = std::make_unique_for_overwrite<char[]>(size_t(capacity));
+        if (size_ > 0) std::memcpy(bigger.get(), data_.get(), size_t(size_));
+        data_ = std::move(bigger);
+        capacity_ = capacity;
+    }
+
+    std::unique_ptr<char[]> data_;
+    qsizetype size_ = 0;
+    qsizetype capacity_ = 0;
+};
+
+// Eight bytes at once: whether any is below `below` (at most 0x80) or equals
+// one of `bytes`. Bytes above 0x7F never count as below.
+template <int... Bytes>
+inline bool anyOf8(const char* p, quint64 below) {
+    constexpr quint64 ones = 0x0101010101010101ULL;
+    constexpr quint64 highs = 0x8080808080808080ULL;
+    quint64 x;
+    std::memcpy(&x, p, 8);
+    quint64 hit = (x - ones * below) & ~x;
+    ((hit |= ((x ^ (ones * quint64(uchar(Bytes)))) - ones) & ~(x ^ (ones * quint64(uchar(Bytes))))),
+     ...);
+    return (hit & highs) != 0;
+}
+
+}  // namespace varnel::cli

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QString>
+#include <QStringView>
+#include <QUtf8StringView>
+#include <cstring>
+
+// Log text is kept as UTF-8 bytes and turned into QString only for what is
+// shown. These are the few rules the bytes are read by, equal to what Qt's
+// UTF-16 text gives for the same characters.
+namespace varnel::utf8 {
+
+// What one pass over a line finds.
+struct LineScan {
+    qsizetype end = 0;    // the line feed that ends the line, or the end of the text
+    bool ascii = true;    // no byte above 0x7F
+    bool escape = false;  // holds ESC, so terminal sequences may need removing
+};
+
+enum class ScanPath {
+    sse2,      // x86's vector instructions, where the build has them
+    portable,  // eight bytes a step in plain integer code, for any processor
+};
+ScanPath fastestScan();
+
+// The line that starts at `from`, up to the next line feed or `to`.
+LineScan scanLine(const char* text, qsizetype from, qsizetype to, ScanPath path = fastestScan());
+
+// Line feeds in the bytes.
+qsizetype countLineFeeds(QByteArrayView bytes);
+
+// Rows read text leniently: a byte that is not part of a valid sequence reads
+// as U+FFFD, and every U+FEFF is dropped. True when the bytes need no such
+// reading (valid UTF-8 without U+FEFF).
+bool isClean(QByteArrayView bytes);
+// The bytes read that way, as valid UTF-8.
+QByteArray cleaned(QByteArrayView bytes);
+// The same as text.
+QString decode(QByteArrayView bytes);
+// Bytes as text, each byte that is not part of a valid sequence as U+FFFD,
+// every U+FEFF kept.
+QString decodeKeepingMarks(QByteArrayView bytes);
+// Valid UTF-8 as text, a leading U+FEFF kept (QString::fromUtf8 drops it).
+QString toString(QUtf8StringView text);
+
+// UTF-16 as UTF-8, as Qt's UTF-8 encoder writes it (what a QTextStream
+// prints): a lone surrogate becomes U+FFFD.
+QByteArray encode(QStringView text);
+void appendEncoded(QByteArray& out, QStringView text);
+
+// The code point that starts at p (valid UTF-8, p < end) and its byte count.
+char32_t decodeAt(const char* p, const char* end, int& length);
+// The start of the code point that ends just before `end`.
+const char* previousStart(const char* begin, const char* end);
+
+// Code points in s, counting no further than limit + 1.
+qsizetype codePoints(QUtf8StringView s, qsizetype limit);
+// The first n code points of s.
+QUtf8StringView firstCodePoints(QUtf8StringView s, qsizetype n);
+// Bytes of s taken up by its first `units` UTF-16 code units.
+qsizetype bytesForUnits(QUtf8StringView s, qsizetype units);
+
+// White space and line ends at both ends removed, as QString::trimmed() does.
+QUtf8StringView trimmedSlow(QUtf8StringView s);
+inline QUtf8StringView trimmed(QUtf8StringView s) {
+    // Most lines start and end with a printable ASCII character.
+    if (!s.isEmpty() && uchar(s.front()) - 0x21u < 0x5Eu && uchar(s.back()) - 0x21u < 0x5Eu)
+        return s;
+    return trimmedSlow(s);
+}
+// Blanks (spaces of general category Zs and tab) removed at both ends.
+QUtf8StringView trimBlanksSlow(QUtf8StringView s);
+inline QUtf8StringView trimBlanks(QUtf8StringView s) {
+    if (s.isEmpty() || (uchar(s.front()) - 0x21u < 0x5Eu && uchar(s.back()) - 0x21u < 0x5Eu))
+        return s;
+    return trimBlanksSlow(s);
+}
+bool isBlankOnly(QUtf8StringView s);
+// The first character is white space (QChar::isSpace).
+bool startsWithSpace(QUtf8StringView s);
+
+inline bool isAscii(QUtf8StringView s) {
+    // Mostly short fields: eight bytes a step inline beat a call.
+    const char* p = reinterpret_cast<const char*>(s.data());
+    const qsizetype n = s.size();
+    quint64 high = 0;
+    qsizetype i = 0;
+    for (; i + 8 <= n; i += 8) {
+        quint64 word;
+        std::memcpy(&word, p + i, 8);
+        high |= word;
+    }
+    for (; i < n; ++i) high |= uchar(p[i]);
+    return (high & 0x8080808080808080ULL) == 0;
+}
+
+// Holds a character whose lower case is ASCII though it is not ASCII itself:
+// U+0130 (to "i" and a combining dot) and U+212A (the Kelvin sign, to "k").
+bool lowersToAscii(QUtf8StringView s);
+
+inline QByteArrayView bytes(QUtf8StringView s) {
+    return {reinterpret_cast<const char*>(s.data()), s.size()};
+}
+inline QUtf8StringView view(const char* data, qsizetype size) {
+    return QUtf8StringView(data, size);
+}
+
+}  // namespace varnel::utf8

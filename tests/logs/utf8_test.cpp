@@ -1,0 +1,33 @@
+#include "logs/utf8.h"
+
+#include <gtest/gtest.h>
+
+using namespace varnel;
+
+TEST(Utf8, LineScanAgreesOnEitherPathWhereverTheBytesStand) {
+    // A line feed, a byte above ASCII and ESC at every offset around the
+    // eight- and sixteen-byte steps, or not there at all (-1).
+    constexpr int kSize = 40;
+    for (int lineFeed = -1; lineFeed < kSize; ++lineFeed)
+        for (int high = -1; high < kSize; ++high)
+            for (int escape = -1; escape < kSize; escape += 3)
+                for (int from : {0, 3}) {
+                    QByteArray bytes(kSize, 'a');
+                    if (high >= 0) bytes[high] = char(0xC3);
+                    if (escape >= 0) bytes[escape] = '\x1b';
+                    // A second line feed a little later must not move the end.
+                    if (lineFeed >= 0)
+                        bytes[lineFeed] = bytes[qMin(lineFeed + 5, kSize - 1)] = '\n';
+                    const qsizetype found = bytes.indexOf('\n', from);
+                    const qsizetype end = found < 0 ? kSize : found;
+                    const QByteArray line = bytes.sliced(from, end - from);
+                    for (auto path : {utf8::ScanPath::portable, utf8::ScanPath::sse2}) {
+                        const utf8::LineScan got = utf8::scanLine(bytes.data(), from, kSize, path);
+                        ASSERT_EQ(std::tuple(got.end, got.ascii, got.escape),
+                                  std::tuple(end, !line.contains('\xC3'), line.contains('\x1b')))
+                            << bytes.toHex().toStdString() << " from " << from;
+                    }
+                }
+    // Past the vector counters' 255 steps.
+    EXPECT_EQ(utf8::countLineFeeds(QByteArray(9000, '\n').replace(4081, 1, "x")), 8999);
+}
