@@ -321,8 +321,10 @@ TEST_F(Delegate, NotifiesChangesThatHoldWhenAskedToAndRecordsEveryOne) {
     QSignalSpy shown(delegate.get(), &AppDelegate::notificationShown);
     delegate->toggleNotifications();
     EXPECT_FALSE(readPreferences().notifyOnHealthChange.value);
-    ASSERT_TRUE(waitUntil(
-        [&] { return !item(delegate->menu(), "Notify When Protection Changes")->isChecked(); }));
+    ASSERT_TRUE(waitUntil([&] {  // and the start-up state is taken
+        return !delegate->isRefreshing() &&
+               !item(delegate->menu(), "Notify When Protection Changes")->isChecked();
+    }));
     sim.setProcess("varnel-proxy", {});
     for (int i = 0; i < 3; ++i) refreshAndWait(*delegate);
 
@@ -338,14 +340,18 @@ TEST_F(Delegate, NotifiesChangesThatHoldWhenAskedToAndRecordsEveryOne) {
                                            "restart it."}}));
 
     // The history has it all, notified or not, once its lane has written it.
-    const auto history = [] { return fs::readFile(historyPath(), 1 << 20).value_or(""); };
-    ASSERT_TRUE(waitUntil([&] { return history().contains("\"to\":\"attention\""); }));
-    QStringList changes;
-    for (const HistoryRecord& r : parseHistory(history()).records)
-        changes << (r.start ? "start" : r.service + ' ' + r.from + '>' + r.to);
-    EXPECT_EQ(changes, QStringList(12, "start") +
-                           QStringList({" attention>stopped", "proxy running>stopped",
-                                        "agent running>attention", "watcher running>attention"}));
+    const auto changes = [] {
+        QStringList out;
+        for (const HistoryRecord& r :
+             parseHistory(fs::readFile(historyPath(), 1 << 20).value_or("")).records)
+            out << (r.start ? "start" : r.service + ' ' + r.from + '>' + r.to);
+        return out;
+    };
+    EXPECT_TRUE(waitUntil([&] { return changes().size() == 16; }))
+        << changes().join(u',').toStdString();
+    EXPECT_EQ(changes(), QStringList(12, "start") +
+                             QStringList({" attention>stopped", "proxy running>stopped",
+                                          "agent running>attention", "watcher running>attention"}));
 }
 
 TEST(VarnelStatusProgram, RunsOffscreenOnASuiteAndQuitsWhenUninstalled) {
