@@ -2,7 +2,9 @@
 # Fails on formatting drift (clang-format), on what .clang-tidy checks, on
 # warnings of the shell-script checker in our scripts, and on syntax errors in
 # the macOS-only sources (checked with clang against GNUstep's AppKit headers and
-# a few Darwin libc declarations: a check of their syntax, not a macOS build).
+# declarations of the few Darwin libc, CoreFoundation and user-notification
+# names they use, in scripts/mac-syntax: a check of their syntax, not a macOS
+# build).
 # Usage: scripts/lint.sh [format|tidy|shell|mac]...   (default: all four)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -43,9 +45,9 @@ mac() {
     for root in build-lint/layers/*; do layers+=(-I "$root"); done
     local common=(-fsyntax-only -std=c++20 -fPIC -Werror=implicit-function-declaration
         -isystem "$qt" -isystem "$qt/QtCore" -isystem "$qt/QtGui" -isystem "$qt/QtWidgets"
-        "${layers[@]}")
+        -isystem scripts/mac-syntax/include "${layers[@]}")
     # Qt declares its macOS-only members (QMenu::toNSMenu) under this macro.
-    local objc=(-x objective-c++ -DQ_OS_MACOS -fobjc-runtime=gnustep-2.0 -fobjc-exceptions
+    local objc=(-x objective-c++ -DQ_OS_MACOS -fobjc-runtime=gnustep-2.0 -fobjc-exceptions -fblocks
         -fconstant-string-class=NSConstantString -DGNUSTEP -DGNUSTEP_BASE_LIBRARY=1
         -DGNU_GUI_LIBRARY=1 -DGNU_RUNTIME=1 -isystem /usr/include/GNUstep
         -isystem "$(gcc -print-file-name=include)" -Wno-objc-method-access

@@ -5,6 +5,8 @@
 # `healthy` shows every service running and the suite up to date. `empty` shows
 # a machine the suite was uninstalled from: the app finds its own executable
 # gone and, at its second refresh ten seconds in, removes its login job and quits.
+# While it runs, `sim/service.sh build/sim-suite stop proxy` stops a service: a
+# notification says so two refreshes later.
 # Usage: scripts/run.sh [demo|healthy|empty]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -51,6 +53,12 @@ if grep -q "no system tray" "$errors"; then
     exit 0
 fi
 echo "Varnel Status is running on the simulated suite in $suite. Ctrl-C stops it." >&2
+if [ "$scenario" != empty ]; then
+    echo "To see a notification, stop a core service from another terminal:" \
+        "sim/service.sh $suite stop proxy (start proxy brings it back). It appears two refreshes" \
+        "later, within 20 seconds; VARNEL_ROOT=$suite build/src/cli/varnelctl history lists" \
+        "every change." >&2
+fi
 wait "$app" || true
 if grep -q bootout "$suite/.sim/calls/launchctl"; then
     echo "Varnel Status found itself uninstalled, asked launchd to remove its login job" \

@@ -9,6 +9,7 @@
 #include <QSysInfo>
 
 #include "cli/atomic_file.h"
+#include "cli/history_command.h"
 #include "cli/log_output.h"
 #include "cli/options.h"
 #include "cli/status_formats.h"
@@ -19,6 +20,7 @@
 #include "platform/file_system.h"
 #include "platform/paths.h"
 #include "platform/sandbox.h"
+#include "status/status_history.h"
 
 namespace varnel::cli {
 
@@ -29,8 +31,9 @@ const char* const usage =
     "\n"
     "Writes a support bundle (.tar.gz) and prints its path: the status, the version\n"
     "files and CA certificates, what each system tool answered during one probe, the\n"
-    "log list and the last megabyte of every log, the program's and the system's\n"
-    "versions, and a manifest of what was collected and what was left out, and why.\n"
+    "log list and the last megabyte of every log, the status history, the program's\n"
+    "and the system's versions, and a manifest of what was collected and what was\n"
+    "left out, and why.\n"
     "Private keys, files named like them and secrets in the state file are left out;\n"
     "home folders read as ~. The bundle holds at most 32 MB before compression.\n"
     "\n"
@@ -256,6 +259,29 @@ void addLogs(Bundle& bundle) {
     }
 }
 
+// The tray application's own record of the suite's ups and downs, in the user's log folder.
+void addHistory(Bundle& bundle) {
+    for (const QString& path : {previousHistoryPath(), historyPath()}) {
+        if (!fs::exists(path)) {
+            bundle.skip(path, QStringLiteral("missing"));
+            continue;
+        }
+        if (isLink(path)) {
+            bundle.skip(path, QStringLiteral("a symbolic link, not followed"));
+            continue;
+        }
+        bool cut = false;
+        const auto bytes = readHistoryTail(path, qsizetype(kLogTail), cut);
+        if (!bytes) {
+            bundle.fail(path, QStringLiteral("not a readable file"));
+            continue;
+        }
+        bundle.add(QStringLiteral("history/") + QFileInfo(path).fileName(),
+                   QString::fromUtf8(*bytes),
+                   cut ? path + QStringLiteral(", its last 1 MB") : path);
+    }
+}
+
 QString about(const StatusReport& report, const QDateTime& made) {
     return QStringLiteral(
                "varnelctl %1\n"
@@ -294,6 +320,8 @@ int diagnoseCommand(const QStringList& args, Io& io) {
                QStringLiteral("versions of this program and the system"));
     addProbe(bundle, report);
     addSuiteFiles(bundle);
+    // Before the logs, which may fill the bundle: it is small and says when.
+    addHistory(bundle);
     addLogs(bundle);
     const auto archive = bundle.finish(
         QStringLiteral("Varnel support bundle, made %1 by varnelctl %2.\n"

@@ -7,6 +7,7 @@
 #include "cli/action_commands.h"
 #include "cli/cli_io.h"
 #include "cli/diagnose_command.h"
+#include "cli/history_command.h"
 #include "cli/logs_command.h"
 #include "cli/status_command.h"
 #include "platform/sandbox.h"
@@ -27,6 +28,7 @@ const char* const usage =
     "  logs           list the suite's logs, show one of them, or take log lines apart\n"
     "  restart LABEL  restart a service (administrator approval)\n"
     "  update         start the suite's updater now (administrator approval)\n"
+    "  history        the status changes Varnel Status has seen, oldest first\n"
     "  diagnose       write a support bundle (.tar.gz) and print its path\n"
     "\n"
     "Options:\n"
@@ -43,7 +45,7 @@ struct Command {
 
 const Command commands[] = {
     {"status", statusCommand, true}, {"logs", logsCommand},         {"restart", restartCommand},
-    {"update", updateCommand},       {"diagnose", diagnoseCommand},
+    {"update", updateCommand},       {"diagnose", diagnoseCommand}, {"history", historyCommand},
 };
 
 }  // namespace

@@ -24,6 +24,10 @@ QString jsonHealth(Health health) {
         .arg(jsonString(caseName(health)), jsonString(label(health)));
 }
 
+QString jsonBool(bool value) {
+    return value ? QStringLiteral("true") : QStringLiteral("false");
+}
+
 QString versionLine(const StatusReport& report) {
     const QString& latest = report.probe.latestVersion;
     const QString installed = report.probe.installedVersion.isEmpty()
@@ -133,6 +137,7 @@ StatusReport statusReport(SuiteProbe probe) {
     report.overall = overallHealth(probe.services);
     report.updateAvailable = versionIsNewer(probe.latestVersion, probe.installedVersion);
     report.probe = std::move(probe);
+    report.preferences = readPreferences();
     return report;
 }
 
@@ -207,15 +212,21 @@ QString statusJson(const StatusReport& report) {
         services.append(QStringLiteral("{\"key\": %1, \"title\": %2, %3, \"extra\": %4}")
                             .arg(jsonString(s.spec.key), jsonString(s.spec.title),
                                  jsonHealth(s.health), jsonString(s.extra)));
+    const auto preference = [](const Preference& p) {
+        return QStringLiteral("{\"value\": %1, \"managed\": %2}")
+            .arg(jsonBool(p.value), jsonBool(p.managed));
+    };
     return QStringLiteral(
                "{\"overall\": {%1}, \"tooltip\": %2, \"services\": [%3], "
                "\"installedVersion\": %4, \"latestVersion\": %5, \"updateAvailable\": %6, "
-               "\"certificates\": {%7, \"detail\": %8}}\n")
+               "\"certificates\": {%7, \"detail\": %8}, "
+               "\"preferences\": {\"notifyOnHealthChange\": %9, \"historyEnabled\": %10}}\n")
         .arg(jsonHealth(report.overall), jsonString(tooltipText(probe.services)),
              services.join(QStringLiteral(", ")), jsonString(probe.installedVersion),
-             jsonString(probe.latestVersion),
-             report.updateAvailable ? QStringLiteral("true") : QStringLiteral("false"),
-             jsonHealth(probe.certificates.health), jsonString(probe.certificates.detail));
+             jsonString(probe.latestVersion), jsonBool(report.updateAvailable),
+             jsonHealth(probe.certificates.health), jsonString(probe.certificates.detail),
+             preference(report.preferences.notifyOnHealthChange),
+             preference(report.preferences.historyEnabled));
 }
 
 QString nagiosStatus(const StatusReport& report) {

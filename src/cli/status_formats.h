@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "monitor/health.h"
+#include "platform/preferences.h"
 #include "status/suite_probe.h"
 
 namespace varnel::cli {
@@ -13,8 +14,10 @@ struct StatusReport {
     SuiteProbe probe;
     Health overall = Health::unknown;
     bool updateAvailable = false;
+    Preferences preferences;  // the tray application's, as they apply now
 };
 
+// Reads the preferences as well.
 StatusReport statusReport(SuiteProbe probe);
 
 enum class StatusFormat { text, json, nagios, jamf, prometheus };

@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <cerrno>
 
 #include "platform/file_system_stat.h"
@@ -49,6 +51,45 @@ std::optional<QStringList> list(const QString& dir) {
     }
     ::closedir(handle);
     return names;
+}
+
+bool appendRotating(const QString& path, const QByteArray& bytes, quint64 maxBytes) {
+    const QByteArray target = nativePath(path);
+    if (!QDir().mkpath(QFileInfo(sandbox::hostPath(path)).absolutePath())) return false;
+    struct stat info {};
+    if (::lstat(target.constData(), &info) == 0) {
+        if (!S_ISREG(info.st_mode)) return false;
+        if (info.st_size > 0 && quint64(info.st_size) + quint64(bytes.size()) > maxBytes &&
+            ::rename(target.constData(), nativePath(path + QStringLiteral(".1")).constData()) != 0)
+            return false;
+    }
+    // Not through a link, and never waiting on a pipe that was put there.
+    const int fd =
+        ::open(target.constData(),
+               O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
+    if (fd < 0) return false;
+    struct stat opened {};
+    if (::fstat(fd, &opened) != 0 || !S_ISREG(opened.st_mode)) {
+        ::close(fd);
+        return false;
+    }
+    qsizetype written = 0;
+    while (written < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.constData() + written, size_t(bytes.size() - written));
+        if (n > 0)
+            written += n;
+        else if (n < 0 && errno == EINTR)
+            continue;
+        else
+            break;
+    }
+    const bool whole = written == bytes.size();
+    // Taken back as far as the system lets it; a piece that stays is a line
+    // that readers skip.
+    if (!whole && written > 0) {
+        [[maybe_unused]] const int undone = ::ftruncate(fd, opened.st_size);
+    }
+    return ::close(fd) == 0 && whole;
 }
 
 namespace {

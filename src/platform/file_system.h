@@ -41,6 +41,15 @@ struct FileStamp {
 };
 FileStamp stamp(const QString& path);
 
+// Adds `bytes` to the end of the regular file at `path`, making the file and
+// its folder when missing. A file that would grow past `maxBytes` first
+// becomes `path` + ".1", in place of the one there: at most two files' worth is
+// kept, and what was there is moved whole, never cut. False when nothing was
+// added (the folder cannot be made or written, something else than a regular
+// file is at the path, the disk is full); a write that stops half-way is taken
+// back, so the file never ends in a piece of `bytes`.
+bool appendRotating(const QString& path, const QByteArray& bytes, quint64 maxBytes);
+
 // A regular file opened for reading, without blocking, and closed with this
 // object. Anything else at the path (nothing, a folder, a named pipe, a
 // device, no permission) leaves it closed, and every read then fails.

@@ -6,12 +6,6 @@ namespace varnel {
 
 namespace {
 
-bool isCore(const ServiceStatus& status) {
-    const QString& key = status.spec.key;
-    return key == QStringLiteral("agent") || key == QStringLiteral("proxy") ||
-           key == QStringLiteral("sysext");
-}
-
 qsizetype running(const QList<ServiceStatus>& statuses) {
     return std::count_if(statuses.begin(), statuses.end(),
                          [](const ServiceStatus& s) { return s.health == Health::running; });
@@ -19,11 +13,16 @@ qsizetype running(const QList<ServiceStatus>& statuses) {
 
 }  // namespace
 
+bool isCoreService(const ServiceSpec& spec) {
+    return spec.key == QStringLiteral("agent") || spec.key == QStringLiteral("proxy") ||
+           spec.key == QStringLiteral("sysext");
+}
+
 Health overallHealth(const QList<ServiceStatus>& statuses) {
     if (statuses.isEmpty()) return Health::unknown;
     QList<Health> core;
     for (const ServiceStatus& status : statuses)
-        if (isCore(status)) core.append(status.health);
+        if (isCoreService(status.spec)) core.append(status.health);
     if (core.contains(Health::stopped)) return Health::stopped;
     if (core.contains(Health::attention)) return Health::attention;
     const bool allRunning =

@@ -8,6 +8,9 @@
 
 namespace varnel {
 
+// The three services whose health is the suite's: agent, proxy, network extension.
+bool isCoreService(const ServiceSpec& spec);
+
 // The suite's one health, from its three core services (agent, proxy, network
 // extension): `unknown` for an empty list, otherwise never `inactive`, and a
 // stopped core service outweighs one that needs attention.

@@ -148,6 +148,12 @@ std::vector<MenuEntry> buildStatusMenu(const MenuInputs& in) {
     menu.push_back(parent(QStringLiteral("View Logs"), std::nullopt, logsMenu(in)));
     menu.push_back(command(QStringLiteral("Restart Varnel Agent"), MenuAction::restartService,
                            QStringLiteral("r"), agentLabel));
+    MenuEntry notifySwitch =
+        command(QStringLiteral("Notify When Protection Changes"), MenuAction::toggleNotifications);
+    notifySwitch.checked = in.notifyOnHealthChange.value;
+    // An administrator's choice is shown as it stands, not offered to change.
+    notifySwitch.enabled = !in.notifyOnHealthChange.managed;
+    menu.push_back(std::move(notifySwitch));
     menu.push_back(command(QStringLiteral("Refresh Now"), MenuAction::refreshNow));
     menu.push_back(MenuEntry::separatorLine());
     menu.push_back(

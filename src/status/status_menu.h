@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "monitor/catalogue.h"
+#include "platform/preferences.h"
 #include "platform/system_color.h"
 
 namespace varnel {
@@ -19,6 +20,7 @@ enum class MenuAction {
     checkForUpdates,
     restartService,
     refreshNow,
+    toggleNotifications,
     quit,
     openLog,
     openLogViewer,
@@ -39,6 +41,8 @@ struct MenuEntry {
     QString key{};  // one lower-case letter, pressed with the platform's command modifier
     std::optional<QString> representedObject{};
     std::vector<MenuEntry> submenu{};
+    // A switch shows a check mark when on; other items have no value here.
+    std::optional<bool> checked{};
 
     static MenuEntry separatorLine() { return MenuEntry{.separator = true}; }
     bool hasSubmenu() const { return !submenu.empty(); }
@@ -60,6 +64,8 @@ struct MenuInputs {
     // When the services shown are the results of an earlier probe (a fresh one
     // is still running), the time of those results.
     std::optional<QTime> lastChecked{};
+    // Whether health changes are notified, and whether that is the user's choice.
+    Preference notifyOnHealthChange{};
 };
 
 // The whole status menu, top to bottom.

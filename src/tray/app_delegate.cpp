@@ -38,6 +38,8 @@ AppDelegate::AppDelegate(QStringList arguments, QString applicationDir, QObject*
     // approval, so two of them must not wait for each other.
     refreshLane_.setMaxThreadCount(1);
     menuProbeLane_.setMaxThreadCount(1);
+    // One writer, so that lines reach the history in the order they were seen.
+    historyLane_.setMaxThreadCount(1);
     actionLane_.setMaxThreadCount(4);
 }
 
@@ -57,6 +59,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     statusItem_->setVisible(true);
 
     installedVersion_ = readInstalledVersion();
+    preferences_ = readPreferences();
     rebuildMenu({});
     refresh();
     if (arguments_.mid(1).contains(QStringLiteral("--open-logs"))) logViewer_.show();
@@ -97,12 +100,16 @@ void AppDelegate::refresh() {
 
 void AppDelegate::startRefresh() {
     refreshing_ = true;
+    // The preferences are read with the probe: an administrator's profile may
+    // change them at any time, and files are not read on the main thread. What
+    // was read before the user's own change is older than it.
     inBackground(
-        refreshLane_, this, [] { return probeSuite(); },
-        [this](const SuiteProbe& probe) {
+        refreshLane_, this, [] { return std::pair(probeSuite(), readPreferences()); },
+        [this, writes = preferenceWrites_](const std::pair<SuiteProbe, Preferences>& results) {
             refreshing_ = false;
             if (std::exchange(refreshAgain_, false)) startRefresh();
-            store(probe);
+            if (writes == preferenceWrites_) preferences_ = results.second;
+            store(results.first);
         });
 }
 
@@ -112,11 +119,41 @@ void AppDelegate::store(const SuiteProbe& probe) {
     certHealth_ = probe.certificates.health;
     certDetail_ = probe.certificates.detail;
     storeServices(probe.services, probe.finishedUtc);
+    observe(probe);
     if (menuOpen_)
         menuBehind_ = true;
     else
         rebuildMenu(latest_);
     emit refreshed();
+}
+
+void AppDelegate::observe(const SuiteProbe& probe) {
+    const QDateTime now =
+        probe.finishedUtc.isValid() ? probe.finishedUtc : QDateTime::currentDateTimeUtc();
+    WatchedState state = watchedState(probe, watched_);
+    const QList<HistoryRecord> changes = historyChanges(watched_, state, now);
+    watched_ = std::move(state);
+    if (preferences_.historyEnabled.value && !changes.isEmpty()) {
+        QByteArray lines;
+        for (const HistoryRecord& change : changes) lines += historyLine(change);
+        // A failed write is dropped: the history is a help, never in the way.
+        inBackground(historyLane_, [path = historyPath(), lines] {
+            fs::appendRotating(path, lines, maxHistoryBytes);
+        });
+    }
+
+    // Switched off, nothing is followed: once on again, what is found then is
+    // where it starts from, as at start-up.
+    if (!preferences_.notifyOnHealthChange.value) {
+        notifications_ = {};
+        return;
+    }
+    NotificationStep step = decideNotification(notifications_, probe.services, now);
+    notifications_ = std::move(step.state);
+    if (step.notification && statusItem_ != nullptr) {
+        statusItem_->showMessage(step.notification->title, step.notification->text);
+        emit notificationShown(step.notification->title, step.notification->text);
+    }
 }
 
 void AppDelegate::storeServices(const QList<ServiceStatus>& services, const QDateTime& probedUtc) {
@@ -186,6 +223,7 @@ void AppDelegate::menuDidClose() {
 MenuInputs AppDelegate::menuInputs(const QList<ServiceStatus>& services) const {
     MenuInputs inputs{services,    installedVersion_, latestVersion_,
                       certHealth_, certDetail_,       probeFixedLogs()};
+    inputs.notifyOnHealthChange = preferences_.notifyOnHealthChange;
     if (menuProbe_ && latestProbedUtc_.isValid())
         inputs.lastChecked = latestProbedUtc_.toLocalTime().time();
     return inputs;
@@ -211,6 +249,9 @@ void AppDelegate::dispatch(MenuAction action, const std::optional<QString>& repr
             break;
         case MenuAction::refreshNow:
             refreshNow();
+            break;
+        case MenuAction::toggleNotifications:
+            toggleNotifications();
             break;
         case MenuAction::quit:
             quit();
@@ -274,6 +315,20 @@ void AppDelegate::updateNow() {
 
 void AppDelegate::checkForUpdates() {
     updateNow();
+}
+
+void AppDelegate::toggleNotifications() {
+    Preference& setting = preferences_.notifyOnHealthChange;
+    if (setting.managed) return;
+    ++preferenceWrites_;
+    if (const auto why = writePreference(notifyOnHealthChangeKey, !setting.value))
+        notify(QStringLiteral("Varnel"), QStringLiteral("Could not save the setting: ") + *why);
+    else
+        setting.value = !setting.value;
+    // Not at once: the chosen item is being handled, and a rebuild replaces it.
+    QTimer::singleShot(0, this, [this] {
+        if (!menuOpen_) rebuildMenu(latest_);
+    });
 }
 
 void AppDelegate::quit() {

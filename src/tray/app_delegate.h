@@ -12,6 +12,9 @@
 
 #include "monitor/catalogue.h"
 #include "monitor/cert_check.h"
+#include "platform/preferences.h"
+#include "status/health_notifications.h"
+#include "status/status_history.h"
 #include "status/status_menu.h"
 #include "status/suite_probe.h"
 #include "tray/status_item.h"
@@ -24,6 +27,10 @@ namespace varnel {
 // privileged commands run on lanes of its own (refreshes, actions, the menu's
 // probe, so that none waits behind another) and hand their results back as
 // values, which are dropped if the delegate is gone by then.
+//
+// Each refresh's results are compared with the ones before: what changed goes
+// to the status history (written on a lane of its own) and, once it has held,
+// to a notification on screen.
 //
 // The open menu never changes under the pointer: refresh results that arrive
 // while it is open are stored and shown in the tooltip, and the menu is rebuilt
@@ -57,6 +64,7 @@ public:
     void restartService(const std::optional<QString>& represented);
     void updateNow();
     void checkForUpdates();
+    void toggleNotifications();
     void quit();
 
     void notify(const QString& title, const QString& text);
@@ -70,6 +78,7 @@ public:
     Health certHealth() const { return certHealth_; }
     const QString& certDetail() const { return certDetail_; }
     qint64 missingBundleStreak() const { return missingBundleStreak_; }
+    const Preferences& preferences() const { return preferences_; }
     bool isRefreshing() const { return refreshing_; }
 
 signals:
@@ -77,6 +86,8 @@ signals:
     void refreshed();
     // A line went to the system log.
     void notified(const QString& line);
+    // A notification about the suite's health went on screen.
+    void notificationShown(const QString& title, const QString& text);
 
 private:
     struct MenuProbe {
@@ -87,6 +98,7 @@ private:
     void tick();
     void startRefresh();
     void store(const SuiteProbe& probe);
+    void observe(const SuiteProbe& probe);
     void storeServices(const QList<ServiceStatus>& services, const QDateTime& probedUtc);
     void startMenuProbe();
     void menuProbeFinished(quint64 id, const QList<ServiceStatus>& services);
@@ -102,6 +114,7 @@ private:
     QThreadPool refreshLane_;
     QThreadPool actionLane_;
     QThreadPool menuProbeLane_;
+    QThreadPool historyLane_;
 
     QMenu menu_;
     std::unique_ptr<StatusItem> statusItem_;
@@ -113,6 +126,10 @@ private:
     QString certDetail_ = QStringLiteral("checking…");
     LogViewer logViewer_;
     qint64 missingBundleStreak_ = 0;
+    Preferences preferences_;
+    quint64 preferenceWrites_ = 0;
+    std::optional<WatchedState> watched_;
+    NotificationState notifications_;
 
     QDateTime latestProbedUtc_;
     bool refreshing_ = false;

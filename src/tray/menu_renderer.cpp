@@ -102,6 +102,8 @@ void apply(QAction* action, const MenuEntry& entry, QMenu* menu, const Context& 
         action->setIconVisibleInMenu(entry.dot.has_value());
     }
     action->setEnabled(entry.enabled);
+    action->setCheckable(entry.checked.has_value());
+    action->setChecked(entry.checked.value_or(false));
     action->setProperty(actionProperty, int(entry.action));
     action->setData(entry.representedObject ? QVariant(*entry.representedObject) : QVariant());
 

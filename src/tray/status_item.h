@@ -29,6 +29,11 @@ public:
     // owner can fill it on opening and knows while it is open.
     void setMenu(QMenu* menu);
     void setVisible(bool visible);
+    // A short notice on screen for news the user did not ask for: the tray
+    // icon's message, or the system's notifications on macOS (which ask the
+    // user's permission at first use). Where neither may be shown, the system
+    // log gets it instead.
+    void showMessage(const QString& title, const QString& text);
 
     QIcon icon() const { return icon_; }
     QString toolTip() const { return toolTip_; }

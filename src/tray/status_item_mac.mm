@@ -3,7 +3,9 @@
 // first time the menu opens (it asks a gesture event for its click count). The
 // menu is the QMenu's own native menu: Qt keeps it in step with the QActions and
 // still emits aboutToShow and aboutToHide, which is all the delegate relies on.
+// Its notices go through the user-notification framework.
 #import <AppKit/AppKit.h>
+#import <UserNotifications/UserNotifications.h>
 
 #include <QBuffer>
 #include <QImage>
@@ -11,6 +13,22 @@
 #include <QPixmap>
 
 #include "tray/status_item.h"
+#include "update/privileged_action.h"
+
+// The system keeps notifications out of sight while their application is in
+// front, as this one is while its log window has the focus: they are news
+// about the suite all the same.
+@interface VarnelNotificationPresenter : NSObject <UNUserNotificationCenterDelegate>
+@end
+
+@implementation VarnelNotificationPresenter
+- (void)userNotificationCenter:(UNUserNotificationCenter*)center
+       willPresentNotification:(UNNotification*)notification
+         withCompletionHandler:(void (^)(UNNotificationPresentationOptions))completionHandler {
+    completionHandler(UNNotificationPresentationOptionBanner |
+                      UNNotificationPresentationOptionList);
+}
+@end
 
 namespace varnel {
 
@@ -47,10 +65,26 @@ NSImage* nsImage(const QIcon& icon) {
     return any ? image : nil;
 }
 
+void post(UNUserNotificationCenter* center, const QString& title, const QString& text) {
+    UNMutableNotificationContent* content =
+        [[[UNMutableNotificationContent alloc] init] autorelease];
+    [content setTitle:nsString(title)];
+    [content setBody:nsString(text)];
+    UNNotificationRequest* request =
+        [UNNotificationRequest requestWithIdentifier:[[NSUUID UUID] UUIDString]
+                                             content:content
+                                             trigger:nil];
+    [center addNotificationRequest:request
+             withCompletionHandler:^(NSError* error) {
+               if (error != nil) notify(title, text);
+             }];
+}
+
 }  // namespace
 
 struct StatusItem::Native {
     NSStatusItem* item = nil;
+    VarnelNotificationPresenter* presenter = nil;  // the center holds its delegate weakly
     NSStatusBarButton* button() const { return [item button]; }
 };
 
@@ -61,6 +95,10 @@ StatusItem::StatusItem(QObject* parent) : QObject(parent), native_(std::make_uni
 }
 
 StatusItem::~StatusItem() {
+    if (native_->presenter != nil) {
+        [[UNUserNotificationCenter currentNotificationCenter] setDelegate:nil];
+        [native_->presenter release];
+    }
     [native_->item setMenu:nil];
     [[NSStatusBar systemStatusBar] removeStatusItem:native_->item];
     [native_->item release];
@@ -85,6 +123,38 @@ void StatusItem::setAccessibleName(const QString& name) {
 void StatusItem::setMenu(QMenu* menu) {
     menu_ = menu;
     [native_->item setMenu:menu != nullptr ? menu->toNSMenu() : nil];
+}
+
+void StatusItem::showMessage(const QString& title, const QString& text) {
+    // The framework serves application bundles only; a bare executable has no
+    // identifier to be allowed notifications under.
+    if ([[NSBundle mainBundle] bundleIdentifier] == nil) return notify(title, text);
+    UNUserNotificationCenter* center = [UNUserNotificationCenter currentNotificationCenter];
+    if (native_->presenter == nil) {
+        native_->presenter = [[VarnelNotificationPresenter alloc] init];
+        [center setDelegate:native_->presenter];
+    }
+    // The first notice asks the user; the system remembers the answer, and a
+    // refusal sends every later notice to the system log.
+    [center getNotificationSettingsWithCompletionHandler:^(UNNotificationSettings* settings) {
+      switch ([settings authorizationStatus]) {
+          case UNAuthorizationStatusNotDetermined:
+              [center requestAuthorizationWithOptions:UNAuthorizationOptionAlert
+                                    completionHandler:^(BOOL granted, NSError*) {
+                                      if (granted)
+                                          post(center, title, text);
+                                      else
+                                          notify(title, text);
+                                    }];
+              break;
+          case UNAuthorizationStatusDenied:
+              notify(title, text);
+              break;
+          default:
+              post(center, title, text);
+              break;
+      }
+    }];
 }
 
 void StatusItem::setVisible(bool visible) {

@@ -5,6 +5,7 @@
 #include <QSystemTrayIcon>
 
 #include "tray/status_item.h"
+#include "update/privileged_action.h"
 
 namespace varnel {
 
@@ -43,6 +44,13 @@ void StatusItem::setAccessibleName(const QString& name) {
 void StatusItem::setMenu(QMenu* menu) {
     menu_ = menu;
     native_->icon.setContextMenu(menu);
+}
+
+void StatusItem::showMessage(const QString& title, const QString& text) {
+    if (!QSystemTrayIcon::isSystemTrayAvailable() || !QSystemTrayIcon::supportsMessages() ||
+        !native_->icon.isVisible())
+        return notify(title, text);
+    native_->icon.showMessage(title, text, QSystemTrayIcon::Information, 10'000);
 }
 
 void StatusItem::setVisible(bool visible) {

@@ -57,16 +57,19 @@ TEST_F(DiagnoseTest, BundleHoldsTheCaseButNoKeyNorHome) {
     sim.writeFile(QStringLiteral("/Library/Logs/Varnel/paths.log"),
                   (home + QStringLiteral("/Library/x and /Users/bob/Desktop/y\n")).toUtf8());
 
+    sim.writeFile(QStringLiteral("/state/varnel-status/history.jsonl"), "{\"what\":\"overall\"}\n");
+
     const QString archive = dir.filePath(QStringLiteral("case.tar.gz"));
-    const Outcome made =
-        varnelctl({"diagnose", "--output", archive}, sim.root(), {QStringLiteral("HOME=") + home});
+    const Outcome made = varnelctl({"diagnose", "--output", archive}, sim.root(),
+                                   {QStringLiteral("HOME=") + home, "XDG_STATE_HOME=/state"});
     ASSERT_EQ(std::pair(made.code, made.out), std::pair(0, archive + u'\n'))
         << made.err.toStdString();
     const QMap<QString, QByteArray> files = unpack(archive, dir.filePath(QStringLiteral("out")));
-    for (const char* entry : {"manifest.txt", "about.txt", "status.json", "probe/calls.txt",
-                              "probe/01-systemextensionsctl.txt", "suite/.installed_version",
-                              "suite/.discovery-state.json", "suite/varnel-root-ca.pem",
-                              "logs/list.json", "logs/01-agent.stdout.log"})
+    for (const char* entry :
+         {"manifest.txt", "about.txt", "status.json", "probe/calls.txt",
+          "probe/01-systemextensionsctl.txt", "suite/.installed_version",
+          "suite/.discovery-state.json", "suite/varnel-root-ca.pem", "logs/list.json",
+          "logs/01-agent.stdout.log", "history/history.jsonl"})
         EXPECT_TRUE(files.contains(QLatin1String(entry))) << entry;
     for (auto it = files.begin(); it != files.end(); ++it) {
         EXPECT_FALSE(it.key().contains(QStringLiteral("device")) ||
@@ -83,7 +86,8 @@ TEST_F(DiagnoseTest, BundleHoldsTheCaseButNoKeyNorHome) {
          {support + QStringLiteral("client.key\tnamed like a private key"),
           support + QStringLiteral("varnel-device.pem\tholds a private key"),
           QStringLiteral("/Library/Logs/Varnel/leak.log\tholds a private key"),
-          QStringLiteral("/Library/Logs/Varnel/users.log\ta symbolic link, not followed")})
+          QStringLiteral("/Library/Logs/Varnel/users.log\ta symbolic link, not followed"),
+          QStringLiteral("/state/varnel-status/history.jsonl.1\tmissing")})
         EXPECT_TRUE(manifest.contains(QStringLiteral("skipped\t") + line)) << line.toStdString();
     EXPECT_TRUE(files.values().contains("~/Library/x and ~/Desktop/y\n"));
     EXPECT_TRUE(files.value(QStringLiteral("probe/calls.txt"))

@@ -67,6 +67,7 @@ TEST_F(StatusCommandTest, DemoSuiteAsJson) {
     EXPECT_TRUE(outcome.out.startsWith(QStringLiteral("{\"overall\": ")));
     QJsonObject status = statusJson(outcome);
     const QJsonArray services = status.take("services").toArray();
+    const QJsonObject preferences = status.take("preferences").toObject();
     EXPECT_EQ(status, object("{'overall': {'health': 'attention', 'label': 'Needs attention'}, "
                              "'tooltip': 'Varnel — Needs attention (6/9 up)', "
                              "'installedVersion': '1.8.2', 'latestVersion': '1.9.0', "
@@ -74,6 +75,8 @@ TEST_F(StatusCommandTest, DemoSuiteAsJson) {
                              "'label': 'Needs attention', "
                              "'detail': '2/3 trusted — check varnel-proxy-ca.pem'}}"));
     ASSERT_EQ(services.size(), 9);
+    EXPECT_EQ(preferences, object("{'notifyOnHealthChange': {'value': true, 'managed': false}, "
+                                  "'historyEnabled': {'value': true, 'managed': false}}"));
     EXPECT_EQ(services[0].toObject(), object("{'key': 'agent', 'title': 'Agent', 'health': "
                                              "'running', 'label': 'Running', 'extra': 'pid 812'}"));
     EXPECT_EQ(services[7].toObject(),
@@ -109,6 +112,7 @@ TEST_F(StatusCommandTest, ExitStatusFollowsTheOverallHealth) {
     EXPECT_EQ(empty.code, 2);
     QJsonObject status = statusJson(empty);
     status.remove("services");
+    status.remove("preferences");
     EXPECT_EQ(status,
               object("{'overall': {'health': 'stopped', 'label': 'Stopped'}, "
                      "'tooltip': 'Varnel — Stopped (0/9 up)', 'installedVersion': '', "

@@ -50,8 +50,8 @@ TEST(StatusMenu, RightAfterStartUpShowsCheckingAndTheInstalledVersion) {
     EXPECT_EQ(titles(menu),
               (QStringList{"Varnel Endpoint", "Status: Unknown", "Installed version 1.4.2",
                            "Check for Updates…", "Certificate", "---", "Checking services…", "---",
-                           "View Logs", "Restart Varnel Agent", "Refresh Now", "---",
-                           "Quit Varnel Status"}));
+                           "View Logs", "Restart Varnel Agent", "Notify When Protection Changes",
+                           "Refresh Now", "---", "Quit Varnel Status"}));
     EXPECT_EQ(menu[1].dot, SystemColor::gray);
     for (int info : {0, 1, 2, 6}) EXPECT_FALSE(menu[size_t(info)].enabled) << info;
     EXPECT_EQ(find(menu, "Restart Varnel Agent").representedObject, "com.varnel.agent");
@@ -59,6 +59,14 @@ TEST(StatusMenu, RightAfterStartUpShowsCheckingAndTheInstalledVersion) {
     EXPECT_EQ(find(menu, "Quit Varnel Status").key, "q");
     EXPECT_EQ(find(menu, "Quit Varnel Status").action, MenuAction::quit);
     EXPECT_EQ(find(menu, "Check for Updates…").action, MenuAction::checkForUpdates);
+
+    // A switch: checked when on; shown as an administrator set it, not offered.
+    const MenuEntry& notifySwitch = find(menu, "Notify When Protection Changes");
+    EXPECT_EQ(std::tuple(notifySwitch.checked, notifySwitch.enabled, notifySwitch.action),
+              std::tuple(true, true, MenuAction::toggleNotifications));
+    in.notifyOnHealthChange = {false, true};
+    const MenuEntry managed = find(buildStatusMenu(in), "Notify When Protection Changes");
+    EXPECT_EQ(std::tuple(managed.checked, managed.enabled), std::tuple(false, false));
 }
 
 TEST(StatusMenu, VersionLinesFollowTheComparison) {

@@ -13,6 +13,7 @@
 #include <QTest>
 #include <functional>
 
+#include "platform/file_system.h"
 #include "platform/paths.h"
 #include "support/sim_suite.h"
 #include "ui/system_palette.h"
@@ -243,20 +244,13 @@ TEST_F(Delegate, RestartAndUpdateAskForApprovalReportAndScheduleRefreshes) {
               "Varnel: Varnel — com.varnel.endpoint.watcher restart "
               "requested.");
     EXPECT_EQ(pendingRefreshes(*delegate), QList<int>{1500});
-    EXPECT_EQ(sim.calls("osascript").last(),
-              "do shell script \"launchctl kickstart -k system/com.varnel.endpoint.watcher\" with "
-              "administrator privileges with prompt \"Varnel needs administrator access to restart "
-              "the com.varnel.endpoint.watcher service.\"");
     EXPECT_TRUE(sim.calls("launchctl").contains("kickstart -k system/com.varnel.endpoint.watcher"));
 
     sim.setOsascriptAnswer(SimSuite::Answer::cancel);
     delegate->checkForUpdates();
-    const QList<int> afterUpdate{1500, 4000, 12'000, 30'000};
-    QElapsedTimer clock;
-    clock.start();
-    while (pendingRefreshes(*delegate) != afterUpdate && !clock.hasExpired(20'000))
-        QTest::qWait(20);
-    EXPECT_EQ(pendingRefreshes(*delegate), afterUpdate);
+    EXPECT_TRUE(waitUntil([&] {
+        return pendingRefreshes(*delegate) == QList<int>{1500, 4000, 12'000, 30'000};
+    }));
     EXPECT_TRUE(reports.isEmpty());  // a cancel is not reported
     EXPECT_TRUE(sim.calls("osascript").last().endsWith("install the update (1.8.2 → 1.9.0).\""));
 
@@ -320,6 +314,44 @@ TEST_F(Delegate, RefreshesCoalesceAndActionsNeverWaitBehindThem) {
     QCoreApplication::processEvents();  // their deliveries find nobody: no crash, no report
     EXPECT_EQ(sim.calls("osascript").size(), 7);
     EXPECT_EQ(stored.count(), 2);  // the stuck one and a single follow-up
+}
+
+TEST_F(Delegate, NotifiesChangesThatHoldWhenAskedToAndRecordsEveryOne) {
+    auto delegate = launch();
+    QSignalSpy shown(delegate.get(), &AppDelegate::notificationShown);
+    delegate->toggleNotifications();
+    EXPECT_FALSE(readPreferences().notifyOnHealthChange.value);
+    ASSERT_TRUE(waitUntil([&] {  // and the start-up state is taken
+        return !delegate->isRefreshing() &&
+               !item(delegate->menu(), "Notify When Protection Changes")->isChecked();
+    }));
+    sim.setProcess("varnel-proxy", {});
+    for (int i = 0; i < 3; ++i) refreshAndWait(*delegate);
+
+    delegate->toggleNotifications();  // on again, from what is found next
+    refreshAndWait(*delegate);
+    sim.setJob("com.varnel.agent", SimSuite::Job::stopped);
+    sim.setProcess("varnel", {});
+    refreshAndWait(*delegate);
+    EXPECT_EQ(shown.count(), 0);  // once is not news
+    refreshAndWait(*delegate);
+    EXPECT_EQ(shown, (QList<QVariantList>{{"Varnel protection stopped",
+                                           "Agent needs attention. Open the Varnel menu to "
+                                           "restart it."}}));
+
+    // The history has it all, notified or not, once its lane has written it.
+    const auto changes = [] {
+        QStringList out;
+        for (const HistoryRecord& r :
+             parseHistory(fs::readFile(historyPath(), 1 << 20).value_or("")).records)
+            out << (r.start ? "start" : r.service + ' ' + r.from + '>' + r.to);
+        return out;
+    };
+    EXPECT_TRUE(waitUntil([&] { return changes().size() == 16; }))
+        << changes().join(u',').toStdString();
+    EXPECT_EQ(changes(), QStringList(12, "start") +
+                             QStringList({" attention>stopped", "proxy running>stopped",
+                                          "agent running>attention", "watcher running>attention"}));
 }
 
 TEST(VarnelStatusProgram, RunsOffscreenOnASuiteAndQuitsWhenUninstalled) {
