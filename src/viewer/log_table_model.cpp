@@ -126,7 +126,8 @@ QVariant LogTableModel::data(const QModelIndex& index, int role) const {
         case Qt::ToolTipRole:
             // As markup, so that a line that looks like markup shows as written.
             if (column == messageColumn)
-                return Qt::convertFromPlainText(tooltipText(utf8::toString(row.raw)), Qt::WhiteSpacePre);
+                return Qt::convertFromPlainText(tooltipText(utf8::toString(row.raw)),
+                                                Qt::WhiteSpacePre);
             return {};
         default:
             return {};

@@ -16,8 +16,13 @@ TEST(CellText, LongTextIsCutWithItsCountAndNeverInsideAPair) {
     EXPECT_EQ(cellText(hex).toString(),
               QString(2000, u'f') + QStringLiteral(" … 500 more characters"));
     // Counted in code units as drawn: a lock is two, "é" one though two bytes.
-    const CellText cut = cellText("\xC3\xA9" "b\xF0\x9F\x94\x92" "c", 3);
-    EXPECT_EQ(cut.head, QUtf8StringView("\xC3\xA9" "b"));
+    const CellText cut = cellText(
+        "\xC3\xA9"
+        "b\xF0\x9F\x94\x92"
+        "c",
+        3);
+    EXPECT_EQ(cut.head, QUtf8StringView("\xC3\xA9"
+                                        "b"));
     EXPECT_EQ(cut.more, 3);
     EXPECT_EQ(cellText("abcd", 3).toString(), QStringLiteral("abc … 1 more character"));
 
