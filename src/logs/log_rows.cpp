@@ -69,6 +69,40 @@ LogRows LogRows::fromError(const QString& errorText) {
     return rows;
 }
 
+LogRows LogRows::gathered(const QList<LogRows>& parts, const std::vector<Pick>& picks) {
+    // One copy of every part's live text and side text, each part at its own
+    // offset, is cheaper to search and show than a row that has to say which
+    // part's buffers it lives in.
+    qsizetype textBytes = 0;
+    qsizetype sideBytes = 0;
+    for (const LogRows& part : parts) {
+        textBytes += part.d->textEnd - part.d->textBegin;
+        sideBytes += part.d->sideEnd;
+    }
+    auto data = std::make_shared<Data>();
+    data->text = std::make_shared<ByteStore>(textBytes);
+    data->side = std::make_shared<ByteStore>(sideBytes);
+    std::vector<Data::Shift> shifts;
+    shifts.reserve(size_t(parts.size()));
+    for (const LogRows& part : parts) {
+        const Data& from = *part.d;
+        const qsizetype textAt = data->appendText(from.liveText());
+        const qsizetype sideAt = data->appendSide(QByteArrayView(from.side->data(), from.sideEnd));
+        shifts.push_back({textAt - from.textBegin, sideAt});
+    }
+    const qsizetype blocks = (qsizetype(picks.size()) + kBlockRows - 1) / kBlockRows;
+    data->arena = std::make_shared<BlockArena>(blocks);
+    data->blocks.reserve(size_t(blocks));
+    for (const Pick& pick : picks) {
+        Record record = parts[pick.part].d->record(pick.row);
+        rebase(record, shifts[size_t(pick.part)].text, shifts[size_t(pick.part)].side);
+        data->pushBack(record);
+    }
+    LogRows rows;
+    rows.d = std::move(data);
+    return rows;
+}
+
 LogRows::Appended LogRows::appended(QByteArrayView more) const {
     const QByteArrayView live = d->liveText();
     if (more.isEmpty()) return {*this, false, false, 0};

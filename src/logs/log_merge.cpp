@@ -1,0 +1,131 @@
+#include "logs/log_merge.h"
+
+#include <QThread>
+#include <QThreadPool>
+#include <functional>
+
+#include "logs/row_time.h"
+#include "platform/background.h"
+
+namespace varnel {
+
+namespace {
+
+// What one log may hold so that every log's bytes still fit the merged rows'
+// offsets, with room to spare for the records' own accounting.
+constexpr qsizetype kMergedBytes = (qsizetype(1) << 30) - (qsizetype(1) << 20);
+
+QString logCount(qsizetype n) {
+    return n == 1 ? QStringLiteral("1 log") : QStringLiteral("%1 logs").arg(n);
+}
+
+}  // namespace
+
+MergedRows mergeRows(const QList<LogRows>& logs) {
+    QList<LogRows> kept;
+    QList<qint32> keptIndex;
+    qsizetype bytes = 0;
+    for (qsizetype i = 0; i < logs.size(); ++i) {
+        bytes += logs[i].memoryBytes();
+        if (bytes > kMergedBytes) break;
+        kept.append(logs[i]);
+        keptIndex.append(qint32(i));
+    }
+
+    struct Head {
+        QList<Instant> instants;
+        qint32 next = 0;
+    };
+    std::vector<Head> heads(size_t(kept.size()));
+    qsizetype total = 0;
+    for (qsizetype i = 0; i < kept.size(); ++i) {
+        heads[size_t(i)].instants = rowInstants(kept[i]);
+        total += kept[i].size();
+    }
+
+    std::vector<LogRows::Pick> picks;
+    picks.reserve(size_t(total));
+    MergedRows merged;
+    merged.logOf.reserve(total);
+    // The logs are few, so looking at every head costs less than keeping them
+    // in a heap; the strict comparison lets the earlier log win a tie.
+    while (qsizetype(picks.size()) < total) {
+        qint32 best = -1;
+        Instant bestInstant = 0;
+        for (qint32 i = 0; i < qint32(heads.size()); ++i) {
+            const Head& head = heads[size_t(i)];
+            if (head.next >= head.instants.size()) continue;
+            const Instant at = head.instants[head.next];
+            if (best < 0 || at < bestInstant) {
+                best = i;
+                bestInstant = at;
+            }
+        }
+        Head& head = heads[size_t(best)];
+        // Rows of one log with one instant go on together: a line without a
+        // time never gets parted from the row it was written after.
+        do {
+            picks.push_back({best, head.next});
+            merged.logOf.append(keptIndex[best]);
+            ++head.next;
+        } while (head.next < head.instants.size() && head.instants[head.next] == bestInstant);
+    }
+    merged.rows = LogRows::gathered(kept, picks);
+    return merged;
+}
+
+AllLogs::AllLogs(QList<LogSource> sources, quint64 maxBytes) : sources_(std::move(sources)) {
+    for (const LogSource& source : sources_)
+        follows_.push_back(std::make_unique<LogFollow>(source.path, maxBytes));
+}
+
+AllLogs::AllLogs(AllLogs&&) noexcept = default;
+AllLogs& AllLogs::operator=(AllLogs&&) noexcept = default;
+AllLogs::~AllLogs() = default;
+
+void AllLogs::load() {
+    // Reading and parsing is most of the cost, and each log is its own work.
+    std::vector<std::function<void()>> jobs;
+    for (auto& follow : follows_) jobs.push_back([f = follow.get()] { f->load(); });
+    QThreadPool lane;
+    lane.setMaxThreadCount(std::max(1, QThread::idealThreadCount() - 1));
+    allAtOnce(lane, jobs);
+    merge();
+}
+
+bool AllLogs::update() {
+    bool changed = false;
+    for (auto& follow : follows_)
+        if (follow->update().kind != LogFollowChange::Kind::nothing) changed = true;
+    if (changed) merge();
+    return changed;
+}
+
+QString AllLogs::titleOf(qsizetype row) const {
+    const qint32 log = merged_.logOf.value(row, -1);
+    return log >= 0 && log < sources_.size() ? sources_[log].title : QString();
+}
+
+qsizetype AllLogs::truncatedCount() const {
+    qsizetype n = 0;
+    for (const auto& follow : follows_)
+        if (follow->truncated()) ++n;
+    return n;
+}
+
+void AllLogs::merge() {
+    QList<LogRows> rows;
+    rows.reserve(qsizetype(follows_.size()));
+    for (const auto& follow : follows_) rows.append(follow->rows());
+    merged_ = mergeRows(rows);
+}
+
+QString allLogsStatusLine(qsizetype shown, qsizetype total, qsizetype truncatedLogs,
+                          qsizetype logs) {
+    QString line = QStringLiteral("%1 of %2 lines").arg(shown).arg(total);
+    if (truncatedLogs > 0)
+        line += QStringLiteral(" \u00B7 showing last 4 MB of %1").arg(logCount(truncatedLogs));
+    return line + QStringLiteral(" \u00B7 ") + logCount(logs);
+}
+
+}  // namespace varnel
