@@ -21,7 +21,7 @@ QString logCount(qsizetype n) {
 
 }  // namespace
 
-MergedRows mergeRows(const QList<LogRows>& logs) {
+MergedRows mergeRows(const QList<LogRows>& logs, QThreadPool* lane) {
     QList<LogRows> kept;
     QList<qint32> keptIndex;
     qsizetype bytes = 0;
@@ -37,11 +37,16 @@ MergedRows mergeRows(const QList<LogRows>& logs) {
         qint32 next = 0;
     };
     std::vector<Head> heads(size_t(kept.size()));
+    std::vector<std::function<void()>> reads;
     qsizetype total = 0;
     for (qsizetype i = 0; i < kept.size(); ++i) {
-        heads[size_t(i)].instants = rowInstants(kept[i]);
+        reads.push_back([&, i] { heads[size_t(i)].instants = rowInstants(kept[i]); });
         total += kept[i].size();
     }
+    if (lane)
+        allAtOnce(*lane, reads);
+    else
+        for (const auto& read : reads) read();
 
     std::vector<LogRows::Pick> picks;
     picks.reserve(size_t(total));
@@ -70,11 +75,13 @@ MergedRows mergeRows(const QList<LogRows>& logs) {
             ++head.next;
         } while (head.next < head.instants.size() && head.instants[head.next] == bestInstant);
     }
-    merged.rows = LogRows::gathered(kept, picks);
+    merged.rows = LogRows::gathered(kept, picks, lane);
     return merged;
 }
 
-AllLogs::AllLogs(QList<LogSource> sources, quint64 maxBytes) : sources_(std::move(sources)) {
+AllLogs::AllLogs(QList<LogSource> sources, quint64 maxBytes)
+    : sources_(std::move(sources)), lane_(std::make_unique<QThreadPool>()) {
+    lane_->setMaxThreadCount(std::max(1, QThread::idealThreadCount() - 1));
     for (const LogSource& source : sources_)
         follows_.push_back(std::make_unique<LogFollow>(source.path, maxBytes));
 }
@@ -87,9 +94,7 @@ void AllLogs::load() {
     // Reading and parsing is most of the cost, and each log is its own work.
     std::vector<std::function<void()>> jobs;
     for (auto& follow : follows_) jobs.push_back([f = follow.get()] { f->load(); });
-    QThreadPool lane;
-    lane.setMaxThreadCount(std::max(1, QThread::idealThreadCount() - 1));
-    allAtOnce(lane, jobs);
+    allAtOnce(*lane_, jobs);
     merge();
 }
 
@@ -117,7 +122,7 @@ void AllLogs::merge() {
     QList<LogRows> rows;
     rows.reserve(qsizetype(follows_.size()));
     for (const auto& follow : follows_) rows.append(follow->rows());
-    merged_ = mergeRows(rows);
+    merged_ = mergeRows(rows, lane_.get());
 }
 
 QString allLogsStatusLine(qsizetype shown, qsizetype total, qsizetype truncatedLogs,

@@ -10,6 +10,8 @@
 #include "logs/log_parser.h"
 #include "logs/log_text.h"
 
+class QThreadPool;
+
 namespace varnel {
 
 // A row's fields, viewing UTF-8 text owned by the LogRows it came from;
@@ -52,7 +54,9 @@ public:
     // texts are copied once into one buffer, so the result searches and shows
     // like any load; it is a view to read, not one to append to or trim.
     // Together the parts must hold less than 2^30 bytes (see memoryBytes()).
-    static LogRows gathered(const QList<LogRows>& parts, const std::vector<Pick>& picks);
+    // With a lane, the parts' texts are copied several at a time.
+    static LogRows gathered(const QList<LogRows>& parts, const std::vector<Pick>& picks,
+                            QThreadPool* lane = nullptr);
 
     struct Appended;
     struct Trimmed;
