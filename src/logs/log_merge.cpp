@@ -1,5 +1,7 @@
 #include "logs/log_merge.h"
 
+#include <QHash>
+#include <QSet>
 #include <QThread>
 #include <QThreadPool>
 #include <functional>
@@ -79,6 +81,55 @@ MergedRows mergeRows(const QList<LogRows>& logs, QThreadPool* lane) {
     return merged;
 }
 
+QList<qsizetype> rowsInNewMerge(const QList<qint32>& before, const QList<qint32>& after,
+                                const QList<LogFollowChange>& changes,
+                                const QList<qsizetype>& rows) {
+    // A row is the k-th of its log in either merge; only its log's own
+    // change moves k.
+    const auto countIn = [](const QList<qint32>& logOf) {
+        qint32 logs = 0;
+        for (const qint32 log : logOf) logs = std::max(logs, log + 1);
+        return logs;
+    };
+    std::vector<qsizetype> seen(size_t(countIn(before)), 0);
+    QHash<qsizetype, std::pair<qint32, qsizetype>> wanted;  // old row -> (log, k)
+    QSet<qsizetype> asked(rows.cbegin(), rows.cend());
+    for (qsizetype i = 0; i < before.size(); ++i) {
+        const qint32 log = before[i];
+        if (asked.contains(i)) wanted.insert(i, {log, seen[size_t(log)]});
+        ++seen[size_t(log)];
+    }
+
+    QHash<std::pair<qint32, qsizetype>, qsizetype> found;  // (log, new k) -> new row
+    for (const auto& [log, k] : std::as_const(wanted)) {
+        const LogFollowChange change = changes.value(log);
+        if (change.kind == LogFollowChange::Kind::reloaded || k < change.dropped) continue;
+        found.insert({log, k - change.dropped + change.rederived}, -1);
+    }
+    std::vector<qsizetype> seenAfter(size_t(countIn(after)), 0);
+    for (qsizetype i = 0; i < after.size() && !found.isEmpty(); ++i) {
+        const qint32 log = after[i];
+        if (const auto at = found.find({log, seenAfter[size_t(log)]}); at != found.end()) *at = i;
+        ++seenAfter[size_t(log)];
+    }
+
+    QList<qsizetype> out;
+    out.reserve(rows.size());
+    for (const qsizetype row : rows) {
+        const auto where = wanted.constFind(row);
+        if (where == wanted.cend()) {
+            out.append(-1);
+            continue;
+        }
+        const auto [log, k] = *where;
+        const LogFollowChange change = changes.value(log);
+        out.append(change.kind == LogFollowChange::Kind::reloaded || k < change.dropped
+                       ? -1
+                       : found.value({log, k - change.dropped + change.rederived}, -1));
+    }
+    return out;
+}
+
 AllLogs::AllLogs(QList<LogSource> sources, quint64 maxBytes)
     : sources_(std::move(sources)), lane_(std::make_unique<QThreadPool>()) {
     lane_->setMaxThreadCount(std::max(1, QThread::idealThreadCount() - 1));
@@ -95,13 +146,18 @@ void AllLogs::load() {
     std::vector<std::function<void()>> jobs;
     for (auto& follow : follows_) jobs.push_back([f = follow.get()] { f->load(); });
     allAtOnce(*lane_, jobs);
+    changes_ =
+        QList<LogFollowChange>(qsizetype(follows_.size()), {LogFollowChange::Kind::reloaded});
     merge();
 }
 
 bool AllLogs::update() {
     bool changed = false;
-    for (auto& follow : follows_)
-        if (follow->update().kind != LogFollowChange::Kind::nothing) changed = true;
+    changes_.clear();
+    for (auto& follow : follows_) {
+        changes_.append(follow->update());
+        if (changes_.last().kind != LogFollowChange::Kind::nothing) changed = true;
+    }
     if (changed) merge();
     return changed;
 }

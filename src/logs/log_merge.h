@@ -29,6 +29,15 @@ struct MergedRows {
 // With a lane, the work each log needs alone is done several logs at a time.
 MergedRows mergeRows(const QList<LogRows>& logs, QThreadPool* lane = nullptr);
 
+// Where rows of one merge are in the next: `rows` are indices into the merge
+// whose logs are `before`; each log then changed as `changes` says (by log,
+// as LogFollow::update() tells), and `after` are the logs of the new merge.
+// Gives each row's index in the new merge, or -1 when it is gone or its log
+// was read afresh.
+QList<qsizetype> rowsInNewMerge(const QList<qint32>& before, const QList<qint32>& after,
+                                const QList<LogFollowChange>& changes,
+                                const QList<qsizetype>& rows);
+
 // Every log of a list followed at once, and their rows merged: what "All
 // logs" shows. A log that cannot be read is there as its one error row.
 class AllLogs {
@@ -43,6 +52,8 @@ public:
     // Brings every log up to date; true when any changed and the rows were
     // merged again.
     bool update();
+    // What the last load or update changed, by log.
+    const QList<LogFollowChange>& changes() const { return changes_; }
 
     const QList<LogSource>& sources() const { return sources_; }
     const MergedRows& merged() const { return merged_; }
@@ -59,6 +70,7 @@ private:
     // The threads loads and merges share; the caller's thread works too.
     std::unique_ptr<QThreadPool> lane_;
     MergedRows merged_;
+    QList<LogFollowChange> changes_;
 };
 
 // The status line of "All logs": like a log's, naming the number of logs

@@ -501,19 +501,39 @@ void LogViewer::loadAll(bool preserveScroll) {
 
 void LogViewer::bringAllUpToDate(bool followEnd) {
     const bool toEnd = followEnd && viewAtEnd();
+    // The selected rows and the row at the top are looked for in the new
+    // merge: rows of a log that is behind the others land among the rows
+    // there are, and a log's window moving drops rows at its front.
+    const QList<qint32> logsBefore = all_.merged().logOf;
+    QList<qsizetype> kept;
+    for (const int row : selectedTableRows()) kept.append(model_->shown().at(row));
+    const int topTableRow = table_->rowAt(0);
+    const int intoTopRow = topTableRow >= 0 ? -table_->rowViewportPosition(topTableRow) : 0;
+    if (topTableRow >= 0) kept.append(model_->shown().at(topTableRow));
     const qsizetype shownBefore = model_->shown().size();
     const qsizetype newBefore = newRows_;
     if (!all_.update()) return;
-    // Rows of a log that is behind the others land among the rows there
-    // are, so the merge is shown afresh, at the place the view was.
+
+    QList<qsizetype> moved = rowsInNewMerge(logsBefore, all_.merged().logOf, all_.changes(), kept);
+    const qsizetype top = topTableRow >= 0 ? moved.takeLast() : -1;
+    moved.removeAll(-1);
+    std::sort(moved.begin(), moved.end());
     QStringList titles;
     for (const LogSource& source : all_.sources()) titles.append(source.title);
     model_->setRowLogs(std::move(titles), all_.merged().logOf);
     rows_ = all_.merged().rows;
     truncated_ = all_.truncatedCount() > 0;
     heightCacheWidth_ = -1;
+    table_->selectionModel()->clear();
     applyFilter(toEnd);
-    if (!toEnd && !viewAtEnd())
+    if (!moved.isEmpty())
+        table_->selectionModel()->select(rowsIn(model_->shown(), moved, model_),
+                                         QItemSelectionModel::Select);
+    if (toEnd) return;
+    if (const int row = top >= 0 ? tableRowAtOrAfter(model_->shown(), top) : -1; row >= 0)
+        table_->verticalScrollBar()->setValue(table_->verticalHeader()->sectionPosition(row) +
+                                              intoTopRow);
+    if (!viewAtEnd())
         setNewRows(newBefore + std::max<qsizetype>(0, model_->shown().size() - shownBefore));
 }
 

@@ -109,3 +109,42 @@ TEST(LogMerge, StatusLineCountsLogsInsteadOfAPath) {
     EXPECT_EQ(allLogsStatusLine(1, 1, 1, 1),
               u"1 of 1 lines \u00B7 showing last 4 MB of 1 log \u00B7 1 log");
 }
+
+TEST(LogMerge, RowsAreFoundAgainInTheNextMerge) {
+    using Kind = LogFollowChange::Kind;
+    const LogFollowChange none;
+    const struct {
+        const char* what;
+        QList<qint32> before, after;
+        QList<LogFollowChange> changes;
+        QList<qsizetype> rows, expected;
+    } cases[] = {
+        {"a row of one log lands among the others'",
+         {0, 1, 0, 1},
+         {0, 1, 1, 0, 1},
+         {none, {Kind::grown, 0, 0, false, 1}},
+         {0, 1, 2, 3},
+         {0, 1, 3, 2}},
+        {"rows dropped at a log's front are gone, the rest move up",
+         {0, 0, 1},
+         {0, 1},
+         {{Kind::grown, 1, 0, false, 0}},
+         {0, 1, 2},
+         {-1, 0, 1}},
+        {"lines of a dropped row come back as rows of their own",
+         {0, 0, 0},
+         {0, 0},
+         {{Kind::grown, 2, 1, false, 0}},
+         {0, 2},
+         {-1, 1}},
+        {"a log read afresh keeps nothing; the others stay",
+         {0, 1},
+         {1, 0},
+         {{Kind::reloaded}, none},
+         {0, 1},
+         {-1, 0}},
+        {"rows that are not there are not found", {0}, {0}, {none}, {5}, {-1}},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(rowsInNewMerge(c.before, c.after, c.changes, c.rows), c.expected) << c.what;
+}

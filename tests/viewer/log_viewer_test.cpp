@@ -610,11 +610,14 @@ TEST_F(LogViewerTest, AllLogsMergesEveryLogByTimeWithALogColumnAndFollowsThem) {
     EXPECT_EQ(shown(), QStringList({out + "|three"}));
     child<QLineEdit>("searchField")->clear();
 
-    // Follow picks up what any log adds, in its place by time.
+    // Follow picks up what any log adds, in its place by time; the selected
+    // line stays selected wherever it moves.
+    t->selectRow(2);
     child<QCheckBox>("followCheck")->setChecked(true);
-    writeLog(agentErr, QStringLiteral("2024-05-01T10:00:04Z INFO four\n"), true);
+    writeLog(agentErr, QStringLiteral("2024-05-01T10:00:02.500Z INFO between\n"), true);
     ASSERT_TRUE(waitFor([&] { return rows() == 4; }, 10'000));
-    EXPECT_EQ(shown().last(), err + "|four");
+    EXPECT_EQ(shown(), QStringList({out + "|one", err + "|two", err + "|between", out + "|three"}));
+    EXPECT_EQ(selectedRows(), QList<int>{3});
     EXPECT_TRUE(lastRowVisible());
     child<QCheckBox>("followCheck")->setChecked(false);
 
