@@ -832,7 +832,8 @@ void LogViewer::updateDetail() {
         row = current.row();
     else if (const QList<int> picked = selectedTableRows(); !picked.isEmpty())
         row = picked.first();
-    detailPane_->showRow(row >= 0 ? std::optional(model_->rowAt(row)) : std::nullopt);
+    detailPane_->showRow(row >= 0 ? std::optional(model_->rowAt(row)) : std::nullopt,
+                         row >= 0 && allMode_ ? all_.titleOf(model_->shown().at(row)) : QString());
 }
 
 bool LogViewer::eventFilter(QObject* watched, QEvent* event) {

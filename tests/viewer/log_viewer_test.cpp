@@ -613,6 +613,10 @@ TEST_F(LogViewerTest, AllLogsMergesEveryLogByTimeWithALogColumnAndFollowsThem) {
     // Follow picks up what any log adds, in its place by time; the selected
     // line stays selected wherever it moves.
     t->selectRow(2);
+    child<QCheckBox>("detailsCheck")->setChecked(true);
+    const QString details = child<QPlainTextEdit>("detailPane")->toPlainText();
+    EXPECT_TRUE(details.startsWith(u"log ") && details.section(u'\n', 0, 0).endsWith(out))
+        << details.toStdString();
     child<QCheckBox>("followCheck")->setChecked(true);
     writeLog(agentErr, QStringLiteral("2024-05-01T10:00:02.500Z INFO between\n"), true);
     ASSERT_TRUE(waitFor([&] { return rows() == 4; }, 10'000));
