@@ -3,12 +3,15 @@
 // keystroke in the search field, and turning Wrap on and off. Then a small log
 // with one line of 50,000 or 200,000 characters and no break point in it:
 // turning Wrap on, and one wheel notch while that line scrolls past, wrapped
-// (1) or not (0). Report medians:
+// (1) or not (0). Then "All logs" over nine such tails (and the two small
+// logs): opening it until its last row is on screen, and one keystroke in its
+// search. Report medians:
 //   ./log_viewer_bench --benchmark_repetitions=10 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -31,6 +34,12 @@ using varnel::LogViewer;
 namespace {
 
 const QString logPath = QStringLiteral("/Library/Logs/Varnel/agent.stdout.log");
+
+// With the agent's, nine logs of 4 MB and more for "All logs".
+QString allLogsPath(int n) {
+    return QStringLiteral("/Library/Logs/Varnel/service-%1.log").arg(n);
+}
+constexpr int otherFullLogs = 8;
 
 // A few hundred ordinary rows around one long line of hex digits.
 QString longLinePath(qsizetype chars) {
@@ -103,6 +112,51 @@ void BM_SearchKeystroke(benchmark::State& state) {
     state.counters["rows"] = window.table()->model()->rowCount();
 }
 BENCHMARK(BM_SearchKeystroke)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// "All logs" is the last entry of the log list.
+void chooseAllLogs(LogViewer& viewer) {
+    auto* popup = viewer.window()->findChild<QComboBox*>(QStringLiteral("logPopup"));
+    popup->setCurrentIndex(popup->count() - 1);
+}
+
+void BM_AllLogsOpenUntilLastRowShown(benchmark::State& state) {
+    int rows = 0;
+    bool lastShown = true;
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto viewer = std::make_unique<LogViewer>();
+        viewer->show(longLinePath(50'000));
+        QCoreApplication::processEvents();
+        state.ResumeTiming();
+        chooseAllLogs(*viewer);
+        QCoreApplication::processEvents();
+        state.PauseTiming();
+        auto* table = viewer->window()->findChild<QTableView*>(QStringLiteral("table"));
+        rows = table->model()->rowCount();
+        lastShown = lastShown && table->rowAt(table->viewport()->height() - 1) == rows - 1;
+        viewer.reset();
+        state.ResumeTiming();
+    }
+    state.counters["rows"] = rows;
+    if (!lastShown) state.SkipWithError("the last row was not on screen");
+}
+BENCHMARK(BM_AllLogsOpenUntilLastRowShown)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_AllLogsSearchKeystroke(benchmark::State& state) {
+    Window window;
+    chooseAllLogs(window.viewer);
+    QLineEdit* search = window.find<QLineEdit>("searchField");
+    bool typed = false;
+    for (auto _ : state) {
+        QKeyEvent key(QEvent::KeyPress, typed ? Qt::Key_Backspace : Qt::Key_E, Qt::NoModifier,
+                      typed ? QString() : QStringLiteral("e"));
+        QApplication::sendEvent(search, &key);
+        QCoreApplication::processEvents();
+        typed = !typed;
+    }
+    state.counters["rows"] = window.table()->model()->rowCount();
+}
+BENCHMARK(BM_AllLogsSearchKeystroke)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Turning Wrap on measures every row afresh (a reload clears what was
 // measured); turning it off is timed separately.
@@ -195,6 +249,11 @@ int main(int argc, char** argv) {
     // tail, so every load reads exactly the last 4,000,000 bytes.
     file.write(varnel::test_support::LogCorpus(42).text(4'200'000).toUtf8());
     file.close();
+    for (int n = 1; n <= otherFullLogs; ++n) {
+        QFile other(varnel::sandbox::hostPath(allLogsPath(n)));
+        if (!other.open(QIODevice::WriteOnly)) return 1;
+        other.write(varnel::test_support::LogCorpus(42 + unsigned(n)).text(4'200'000).toUtf8());
+    }
     for (const qsizetype chars : {50'000, 200'000}) {
         QFile longFile(varnel::sandbox::hostPath(longLinePath(chars)));
         if (!longFile.open(QIODevice::WriteOnly)) return 1;

@@ -124,8 +124,14 @@ QString jsonString(QStringView text) {
     return QString::fromUtf8(out.data(), out.size());
 }
 
-void appendRowJson(TextBuffer& out, const LogRowView& row) {
-    out.append(std::string_view("{\"time\":"));
+void appendRowJson(TextBuffer& out, const LogRowView& row, QByteArrayView log) {
+    out.append('{');
+    if (!log.isNull()) {
+        out.append(std::string_view("\"log\":"));
+        appendJsonString(out, log);
+        out.append(',');
+    }
+    out.append(std::string_view("\"time\":"));
     appendJsonString(out, bytes(row.time));
     out.append(std::string_view(",\"level\":"));
     appendJsonString(out, bytes(row.level));
@@ -142,7 +148,8 @@ bool wantColour(bool outIsTerminal) {
     return outIsTerminal && qEnvironmentVariableIsEmpty("NO_COLOR");
 }
 
-void RowFormatter::fit(const LogRowView& row) {
+void RowFormatter::fit(const LogRowView& row, QByteArrayView log) {
+    log_ = std::max(log_, terminalWidth(log));
     time_ = std::max(time_, terminalWidth(bytes(row.time)));
     level_ = std::max(level_, terminalWidth(bytes(row.level)));
     source_ = std::max(source_, terminalWidth(bytes(row.source)));
@@ -150,7 +157,7 @@ void RowFormatter::fit(const LogRowView& row) {
 
 qsizetype RowFormatter::messageColumn() const {
     qsizetype column = 0;
-    for (qsizetype w : {time_, level_, source_})
+    for (qsizetype w : {log_, time_, level_, source_})
         if (w > 0) column += w + kGap;
     return column;
 }
@@ -165,7 +172,9 @@ void RowFormatter::cell(TextBuffer& out, QUtf8StringView text, qsizetype textWid
     out.appendSpaces(width - textWidth + kGap);
 }
 
-void RowFormatter::row(TextBuffer& out, const LogRowView& row) {
+void RowFormatter::row(TextBuffer& out, const LogRowView& row, QByteArrayView log) {
+    const qsizetype logWidth = terminalWidth(log);
+    log_ = std::max(log_, logWidth);
     const qsizetype time = terminalWidth(bytes(row.time));
     const qsizetype level = terminalWidth(bytes(row.level));
     const qsizetype source = terminalWidth(bytes(row.source));
@@ -173,6 +182,8 @@ void RowFormatter::row(TextBuffer& out, const LogRowView& row) {
     level_ = std::max(level_, level);
     source_ = std::max(source_, source);
     const qsizetype start = out.size();
+    cell(out, QUtf8StringView(log.data(), log.size()), logWidth, log_, SystemColor::secondaryLabel,
+         false);
     cell(out, row.time, time, time_, SystemColor::secondaryLabel, false);
     cell(out, row.level, level, level_, colour_ ? levelColor(row.level) : SystemColor::label, true);
     cell(out, row.source, source, source_, SystemColor::secondaryLabel, false);

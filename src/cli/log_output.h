@@ -16,8 +16,8 @@ QString jsonString(QStringView text);
 void appendJsonString(TextBuffer& out, QByteArrayView utf8);
 
 // One row as a JSON object with the keys time, level, source, message and raw,
-// in that order, and a line feed.
-void appendRowJson(TextBuffer& out, const LogRowView& row);
+// in that order, and a line feed; with a log's title, "log" comes first.
+void appendRowJson(TextBuffer& out, const LogRowView& row, QByteArrayView log = {});
 
 // Whether terminal colours are wanted: only on a terminal, and never when NO_COLOR is set.
 bool wantColour(bool outIsTerminal);
@@ -28,10 +28,11 @@ class RowFormatter {
 public:
     explicit RowFormatter(bool colour) : colour_(colour) {}
 
-    // Widens the columns for a batch before any of it is printed.
-    void fit(const LogRowView& row);
+    // Widens the columns for a batch before any of it is printed. Rows of
+    // several logs carry their log's title, shown in a column of its own first.
+    void fit(const LogRowView& row, QByteArrayView log = {});
     // One line, or several when the message holds line breaks; ends with a line feed.
-    void row(TextBuffer& out, const LogRowView& row);
+    void row(TextBuffer& out, const LogRowView& row, QByteArrayView log = {});
     // Text that belongs to the row printed last, indented under its message.
     void continuation(TextBuffer& out, QUtf8StringView text) const;
 
@@ -41,6 +42,7 @@ private:
               SystemColor colour, bool bold) const;
 
     bool colour_;
+    qsizetype log_ = 0;
     qsizetype time_ = 0;
     qsizetype level_ = 0;
     qsizetype source_ = 0;

@@ -13,6 +13,7 @@
 #include "cli/options.h"
 #include "cli/terminal_text.h"
 #include "logs/log_filter.h"
+#include "logs/log_merge.h"
 #include "logs/log_parser.h"
 #include "logs/log_reader.h"
 #include "logs/log_registry.h"
@@ -31,6 +32,7 @@ const char* const usage =
     "       varnelctl logs parse [FILE|-]\n"
     "       varnelctl logs show [--level LEVEL] [--search TEXT] [--json] [--follow]\n"
     "                           [PATH | hint:FRAGMENT]\n"
+    "       varnelctl logs show --all [--level LEVEL] [--search TEXT] [--json]\n"
     "\n"
     "The suite's logs, as the log viewer shows them.\n"
     "\n"
@@ -38,6 +40,8 @@ const char* const usage =
     "  parse            each line of FILE (or standard input) taken apart, as JSON lines\n"
     "  show             the rows of one log (the first one found when none is named);\n"
     "                   hint:FRAGMENT names the first log whose file name holds FRAGMENT\n"
+    "  show --all       the rows of every log found, merged by time, each with its log's\n"
+    "                   title (text: the first column; JSON: \"log\")\n"
     "\n"
     "Options:\n"
     "  --json           JSON instead of text (list: an array; show: one object per row)\n"
@@ -188,6 +192,7 @@ struct ShowOptions {
     RowFilter filter;
     bool json = false;
     bool follow = false;
+    bool all = false;
     std::optional<QString> target;
 };
 
@@ -222,15 +227,20 @@ public:
         return out_.flush();
     }
 
-    // The rows of a whole load at once.
-    bool print(const LogRows& rows, const QList<qsizetype>& shown) {
+    // The rows of a whole load at once; rows of several logs with the title
+    // of each one's log (`titles` by log, `logOf` by row).
+    bool print(const LogRows& rows, const QList<qsizetype>& shown,
+               const QList<QByteArray>* titles = nullptr, const QList<qint32>* logOf = nullptr) {
+        const auto log = [&](qsizetype i) {
+            return titles ? QByteArrayView(titles->at(logOf->at(i))) : QByteArrayView();
+        };
         if (!json_)
-            for (const qsizetype i : shown) text_.fit(rows[i]);
+            for (const qsizetype i : shown) text_.fit(rows[i], log(i));
         for (const qsizetype i : shown) {
             if (json_)
-                appendRowJson(out_.buffer(), rows[i]);
+                appendRowJson(out_.buffer(), rows[i], log(i));
             else
-                text_.row(out_.buffer(), rows[i]);
+                text_.row(out_.buffer(), rows[i], log(i));
             if (!out_.pass()) return false;
         }
         return out_.flush();
@@ -346,9 +356,37 @@ int follow(LogReader& reader, LogStream& stream, RowPrinter& printer, Io& io) {
     return printer.print(stream.end()) ? exitOk : exitFailure;
 }
 
+// Every log's rows, merged by time, as the log window's "All logs" shows them.
+int showAllLogs(const ShowOptions& options, Io& io) {
+    const QList<LogSource> sources = LogRegistry::discover();
+    if (sources.isEmpty()) {
+        io.err << "No Varnel logs found yet.\n";
+        return exitFailure;
+    }
+    AllLogs all(sources, kTailBytes);
+    all.load();
+    const MergedRows& merged = all.merged();
+    QList<QByteArray> titles;
+    for (const LogSource& source : sources) titles.append(utf8::encode(source.title));
+
+    RowPrinter printer(io, options.json);
+    QList<qsizetype> shown = filterRows(merged.rows, options.filter);
+    const qsizetype total = shown.size();
+    // As for one log, JSON readers get the last row after the status line.
+    QList<qsizetype> held;
+    if (options.json && !shown.isEmpty() && shown.last() == merged.rows.size() - 1)
+        held.append(shown.takeLast());
+    if (!printer.print(merged.rows, shown, &titles, &merged.logOf)) return exitFailure;
+    io.err << terminalSafe(allLogsStatusLine(total, merged.rows.size(), all.truncatedCount(),
+                                             sources.size()))
+           << '\n';
+    io.err.flush();
+    return printer.print(merged.rows, held, &titles, &merged.logOf) ? exitOk : exitFailure;
+}
+
 int showLog(const QStringList& args, Io& io) {
     Options parsed = logsOptions();
-    for (const char* flag : {"json", "follow"}) parsed.flag(QLatin1String(flag));
+    for (const char* flag : {"json", "follow", "all"}) parsed.flag(QLatin1String(flag));
     parsed.valued(QStringLiteral("level"), QStringLiteral("LEVEL"));
     parsed.valued(QStringLiteral("search"), QStringLiteral("TEXT"));
     if (const auto stop = parsed.parse(args, io)) return *stop;
@@ -368,6 +406,12 @@ int showLog(const QStringList& args, Io& io) {
     if (targets.size() > 1)
         return parsed.usageError(io, QStringLiteral("show takes one log at most"));
     if (!targets.isEmpty()) options.target = targets.first();
+    options.all = parsed.isSet(QStringLiteral("all"));
+    if (options.all && options.target)
+        return parsed.usageError(io, QStringLiteral("--all takes no log: it shows every one"));
+    if (options.all && options.follow)
+        return parsed.usageError(io, QStringLiteral("--all cannot be followed; follow one log"));
+    if (options.all) return showAllLogs(options, io);
 
     std::optional<QString> path =
         options.target ? LogRegistry::resolve(*options.target) : std::nullopt;

@@ -1,10 +1,12 @@
 #include "logs/log_rows.h"
 
 #include <cstring>
+#include <functional>
 
 #include "logs/row_builder.h"
 #include "logs/row_storage.h"
 #include "logs/utf8.h"
+#include "platform/background.h"
 
 namespace varnel {
 
@@ -64,6 +66,55 @@ LogRows LogRows::fromError(const QString& errorText) {
     record.fields[kLevel] = ref(kFixedWord, 3, 4);  // WARN
     record.bytewise = !utf8::lowersToAscii(QUtf8StringView(bytes));
     data->pushBack(record);
+    LogRows rows;
+    rows.d = std::move(data);
+    return rows;
+}
+
+LogRows LogRows::gathered(const QList<LogRows>& parts, const std::vector<Pick>& picks,
+                          QThreadPool* lane) {
+    // One copy of every part's live text and side text, each part at its own
+    // offset, is cheaper to search and show than a row that has to say which
+    // part's buffers it lives in.
+    auto data = std::make_shared<Data>();
+    std::vector<Data::Shift> shifts;
+    shifts.reserve(size_t(parts.size()));
+    for (const LogRows& part : parts) {
+        shifts.push_back({data->textEnd - part.d->textBegin, data->sideEnd});
+        data->textEnd += part.d->textEnd - part.d->textBegin;
+        data->sideEnd += part.d->sideEnd;
+    }
+    data->text = std::make_shared<ByteStore>(data->textEnd);
+    data->side = std::make_shared<ByteStore>(data->sideEnd);
+    char* text = data->text->extend(data->textEnd);
+    char* side = data->side->extend(data->sideEnd);
+    // Most of the cost is the kernel handing out fresh pages, which threads
+    // can share.
+    std::vector<std::function<void()>> copies;
+    for (qsizetype i = 0; i < parts.size(); ++i) {
+        copies.push_back([&, i] {
+            const Data& from = *parts[i].d;
+            const QByteArrayView live = from.liveText();
+            const Data::Shift shift = shifts[size_t(i)];
+            if (!live.isEmpty())
+                std::memcpy(text + from.textBegin + shift.text, live.data(), size_t(live.size()));
+            if (from.sideEnd > 0)
+                std::memcpy(side + shift.side, from.side->data(), size_t(from.sideEnd));
+        });
+    }
+    if (lane)
+        allAtOnce(*lane, copies);
+    else
+        for (const auto& copy : copies) copy();
+
+    const qsizetype blocks = (qsizetype(picks.size()) + kBlockRows - 1) / kBlockRows;
+    data->arena = std::make_shared<BlockArena>(blocks);
+    data->blocks.reserve(size_t(blocks));
+    for (const Pick& pick : picks) {
+        Record record = parts[pick.part].d->record(pick.row);
+        rebase(record, shifts[size_t(pick.part)].text, shifts[size_t(pick.part)].side);
+        data->pushBack(record);
+    }
     LogRows rows;
     rows.d = std::move(data);
     return rows;

@@ -1,12 +1,16 @@
 #pragma once
 
 #include <QByteArrayView>
+#include <QList>
 #include <QString>
 #include <QUtf8StringView>
 #include <memory>
+#include <vector>
 
 #include "logs/log_parser.h"
 #include "logs/log_text.h"
+
+class QThreadPool;
 
 namespace varnel {
 
@@ -40,6 +44,19 @@ public:
     static LogRows build(QStringView text);
     // The one WARN row that stands for a log that could not be read.
     static LogRows fromError(const QString& errorText);
+
+    // Which row of which of several loads.
+    struct Pick {
+        qint32 part = 0;
+        qint32 row = 0;
+    };
+    // The rows of `parts` in the order `picks` gives, each at most once. Their
+    // texts are copied once into one buffer, so the result searches and shows
+    // like any load; it is a view to read, not one to append to or trim.
+    // Together the parts must hold less than 2^30 bytes (see memoryBytes()).
+    // With a lane, the parts' texts are copied several at a time.
+    static LogRows gathered(const QList<LogRows>& parts, const std::vector<Pick>& picks,
+                            QThreadPool* lane = nullptr);
 
     struct Appended;
     struct Trimmed;

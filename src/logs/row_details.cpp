@@ -82,8 +82,9 @@ QList<RowField> rowFields(const LogRowView& row) {
     return out;
 }
 
-QString rowDetailText(const LogRowView& row) {
-    const QList<RowField> fields = rowFields(row);
+QString rowDetailText(const LogRowView& row, const QString& log) {
+    QList<RowField> fields = rowFields(row);
+    if (!log.isEmpty()) fields.prepend({QStringLiteral("log"), log});
     qsizetype keyColumn = 0;
     for (const RowField& field : fields)
         keyColumn = std::max(keyColumn, std::min(field.key.size(), widestKeyColumn));

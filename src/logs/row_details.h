@@ -22,7 +22,8 @@ struct RowField {
 QList<RowField> rowFields(const LogRowView& row);
 
 // The detail view's text: the fields, keys aligned, values of several lines
-// kept under their first; then an empty line and the raw lines, whole.
-QString rowDetailText(const LogRowView& row);
+// kept under their first; then an empty line and the raw lines, whole. A row
+// among other logs' rows names its log first.
+QString rowDetailText(const LogRowView& row, const QString& log = {});
 
 }  // namespace varnel

@@ -9,6 +9,8 @@ namespace {
 
 constexpr qint64 kMsPerDay = 86'400'000;
 constexpr qint64 kMsPerHour = 3'600'000;
+// Half a year of hours: beyond that a log is spread too thin for keeping them to pay.
+constexpr qsizetype kOffsetsKept = 4096;
 
 // Days from 1970-01-01 to a proleptic Gregorian date: the well-known civil-from-days
 // inverse, exact for every year a log can carry.
@@ -127,15 +129,16 @@ std::optional<Instant> InstantReader::operator()(QUtf8StringView time) {
 
 qint64 InstantReader::localOffsetMs(qint64 localMs) {
     const qint64 hour = localMs / kMsPerHour;
-    if (hour != cachedHour_) {
-        // Taken as UTC first to find the offset that applies near it, then asked again at the
-        // instant that offset gives, which settles every hour but the one a clock change skips.
-        const QDateTime guess = QDateTime::fromMSecsSinceEpoch(localMs, QTimeZone::utc());
-        const QDateTime local(guess.date(), guess.time());
-        cachedOffsetMs_ = qint64(local.offsetFromUtc()) * 1000;
-        cachedHour_ = hour;
-    }
-    return cachedOffsetMs_;
+    if (const auto known = offsetByHour_.constFind(hour); known != offsetByHour_.cend())
+        return *known;
+    if (offsetByHour_.size() >= kOffsetsKept) offsetByHour_.clear();
+    // Taken as UTC first to find the offset that applies near it, then asked again at the
+    // instant that offset gives, which settles every hour but the one a clock change skips.
+    const QDateTime guess = QDateTime::fromMSecsSinceEpoch(localMs, QTimeZone::utc());
+    const QDateTime local(guess.date(), guess.time());
+    const qint64 offset = qint64(local.offsetFromUtc()) * 1000;
+    offsetByHour_.insert(hour, offset);
+    return offset;
 }
 
 QList<Instant> rowInstants(const LogRows& rows) {

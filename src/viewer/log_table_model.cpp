@@ -34,6 +34,11 @@ void LogTableModel::setContent(LogRows rows, QList<qsizetype> shown) {
     endResetModel();
 }
 
+void LogTableModel::setRowLogs(QStringList titles, QList<qint32> logOf) {
+    logTitles_ = std::move(titles);
+    logOf_ = std::move(logOf);
+}
+
 void LogTableModel::applyGrowth(LogRows rows, const LogFollowChange& change,
                                 const Passing& passing) {
     const auto gone = std::lower_bound(shown_.cbegin(), shown_.cend(), change.dropped);
@@ -101,6 +106,8 @@ QVariant LogTableModel::data(const QModelIndex& index, int role) const {
                     return row.level.toString();
                 case sourceColumn:
                     return row.source.toString();
+                case logColumn:
+                    return logTitles_.value(logOf_.value(shown_.at(index.row()), -1));
                 default: {
                     // One line means one line: a message that kept a line feed
                     // must not put its second line into a 17-pixel row.
@@ -115,6 +122,7 @@ QVariant LogTableModel::data(const QModelIndex& index, int role) const {
             switch (column) {
                 case timeColumn:
                 case sourceColumn:
+                case logColumn:
                     return resolve(SystemColor::secondaryLabel);
                 case levelColumn:
                     return resolve(levelColor(row.level));
@@ -145,6 +153,8 @@ QVariant LogTableModel::headerData(int section, Qt::Orientation orientation, int
             return QStringLiteral("Source");
         case messageColumn:
             return QStringLiteral("Message");
+        case logColumn:
+            return QStringLiteral("Log");
         default:
             return {};
     }

@@ -3,6 +3,7 @@
 #include <QAbstractTableModel>
 #include <QFont>
 #include <QList>
+#include <QStringList>
 
 #include <functional>
 
@@ -17,7 +18,9 @@ namespace varnel {
 class LogTableModel : public QAbstractTableModel {
     Q_OBJECT
 public:
-    enum Column { timeColumn, levelColumn, sourceColumn, messageColumn, columnCount_ };
+    // The log column is last here and shown first: it only means something
+    // when the rows come from several logs.
+    enum Column { timeColumn, levelColumn, sourceColumn, messageColumn, logColumn, columnCount_ };
     // The message with its line feeds; the display text has them as spaces.
     // Both are cut to what a cell lays out (cellText()).
     static constexpr int messageLinesRole = Qt::UserRole;
@@ -26,6 +29,9 @@ public:
 
     // Replaces everything at once (a model reset).
     void setContent(LogRows rows, QList<qsizetype> shown);
+    // The log of each row (by index in the rows), by title, for the rows the
+    // next setContent() brings; empty for the rows of one log.
+    void setRowLogs(QStringList titles, QList<qint32> logOf);
 
     // Which of rows [from, to) pass the filter, ascending.
     using Passing = std::function<QList<qsizetype>(const LogRows&, qsizetype from, qsizetype to)>;
@@ -50,6 +56,8 @@ public:
 private:
     LogRows rows_;
     QList<qsizetype> shown_;
+    QStringList logTitles_;
+    QList<qint32> logOf_;
     QFont cellFont_;
     QFont levelFont_;
 };

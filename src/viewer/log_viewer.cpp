@@ -249,7 +249,8 @@ QLayout* LogViewer::buildModesAndActions() {
     exportButton->setObjectName(QStringLiteral("exportButton"));
     exportButton->setToolTip(QStringLiteral("Save the rows shown, as logged or as CSV"));
     connect(exportButton, &QPushButton::clicked, this, [this] {
-        const QString base = QFileInfo(currentPath_).completeBaseName();
+        const QString base =
+            allMode_ ? QStringLiteral("all-logs") : QFileInfo(currentPath_).completeBaseName();
         exporter_->chooseFile((base.isEmpty() ? QStringLiteral("varnel") : base) +
                               QStringLiteral("-rows.log"));
     });
@@ -329,6 +330,9 @@ void LogViewer::buildTable() {
     columns->resizeSection(LogTableModel::levelColumn, 62);
     columns->resizeSection(LogTableModel::sourceColumn, 160);
     columns->resizeSection(LogTableModel::messageColumn, 560);
+    columns->resizeSection(LogTableModel::logColumn, 130);
+    columns->moveSection(columns->visualIndex(LogTableModel::logColumn), 0);
+    table_->setColumnHidden(LogTableModel::logColumn, true);
     connect(columns, &QHeaderView::sectionResized, this, [this](int column) {
         if (column != LogTableModel::messageColumn)
             fitMessageColumn();
@@ -423,6 +427,10 @@ void LogViewer::refreshSources(const std::optional<QString>& path) {
         return;
     }
     for (const LogSource& source : sources_) logPopup_->addItem(source.title);
+    if (allLogsIndex() >= 0) {
+        logPopup_->insertSeparator(logPopup_->count());
+        logPopup_->addItem(QStringLiteral("All logs"));
+    }
     const auto match = std::find_if(sources_.cbegin(), sources_.cend(),
                                     [&](const LogSource& s) { return path && s.path == *path; });
     logPopup_->setCurrentIndex(match == sources_.cend() ? 0 : int(match - sources_.cbegin()));
@@ -433,7 +441,23 @@ QString LogViewer::selectedSourcePath() const {
     return index >= 0 && index < sources_.size() ? sources_[index].path : QString();
 }
 
+int LogViewer::allLogsIndex() const {
+    // After the logs and a separator: a single log stays what opens first.
+    return sources_.size() >= 2 ? int(sources_.size()) + 1 : -1;
+}
+
 void LogViewer::loadSelected(bool preserveScroll) {
+    if (logPopup_->currentIndex() == allLogsIndex() && allLogsIndex() >= 0) {
+        loadAll(preserveScroll);
+        return;
+    }
+    if (std::exchange(allMode_, false)) {
+        all_ = AllLogs();
+        model_->setRowLogs({}, {});
+        table_->setColumnHidden(LogTableModel::logColumn, true);
+        table_->selectionModel()->clear();
+        fitMessageColumn();
+    }
     const QString path = selectedSourcePath();
     if (path.isEmpty()) {
         rows_ = LogRows();
@@ -455,7 +479,85 @@ void LogViewer::loadSelected(bool preserveScroll) {
     applyFilter(!preserveScroll);
 }
 
+void LogViewer::loadAll(bool preserveScroll) {
+    const bool entering = !std::exchange(allMode_, true);
+    currentPath_.clear();
+    follow_ = LogFollow();
+    all_ = AllLogs(sources_, tailBytes);
+    all_.load();
+    QStringList titles;
+    for (const LogSource& source : sources_) titles.append(source.title);
+    model_->setRowLogs(std::move(titles), all_.merged().logOf);
+    rows_ = all_.merged().rows;
+    truncated_ = all_.truncatedCount() > 0;
+    heightCacheWidth_ = -1;
+    if (entering) {
+        table_->selectionModel()->clear();
+        table_->setColumnHidden(LogTableModel::logColumn, false);
+        fitMessageColumn();
+    }
+    applyFilter(!preserveScroll);
+}
+
+void LogViewer::bringAllUpToDate(bool followEnd) {
+    const bool toEnd = followEnd && viewAtEnd();
+    // The selected rows and the row at the top are looked for in the new
+    // merge: rows of a log that is behind the others land among the rows
+    // there are, and a log's window moving drops rows at its front.
+    const QList<qint32> logsBefore = all_.merged().logOf;
+    QList<qsizetype> kept;
+    for (const int row : selectedTableRows()) kept.append(model_->shown().at(row));
+    const int topTableRow = table_->rowAt(0);
+    const int intoTopRow = topTableRow >= 0 ? -table_->rowViewportPosition(topTableRow) : 0;
+    if (topTableRow >= 0) kept.append(model_->shown().at(topTableRow));
+    const qsizetype shownBefore = model_->shown().size();
+    const qsizetype newBefore = newRows_;
+    if (!all_.update()) return;
+
+    QList<qsizetype> moved = rowsInNewMerge(logsBefore, all_.merged().logOf, all_.changes(), kept);
+    const qsizetype top = topTableRow >= 0 ? moved.takeLast() : -1;
+    moved.removeAll(-1);
+    std::sort(moved.begin(), moved.end());
+    QStringList titles;
+    for (const LogSource& source : all_.sources()) titles.append(source.title);
+    model_->setRowLogs(std::move(titles), all_.merged().logOf);
+    rows_ = all_.merged().rows;
+    truncated_ = all_.truncatedCount() > 0;
+    heightCacheWidth_ = -1;
+    table_->selectionModel()->clear();
+    applyFilter(toEnd);
+    if (!moved.isEmpty())
+        table_->selectionModel()->select(rowsIn(model_->shown(), moved, model_),
+                                         QItemSelectionModel::Select);
+    if (toEnd) return;
+    if (const int row = top >= 0 ? tableRowAtOrAfter(model_->shown(), top) : -1; row >= 0)
+        table_->verticalScrollBar()->setValue(table_->verticalHeader()->sectionPosition(row) +
+                                              intoTopRow);
+    if (!viewAtEnd())
+        setNewRows(newBefore + std::max<qsizetype>(0, model_->shown().size() - shownBefore));
+}
+
+QString LogViewer::statusText() const {
+    if (allMode_)
+        return allLogsStatusLine(model_->shown().size(), rows_.size(), all_.truncatedCount(),
+                                 all_.sources().size());
+    return statusLine(model_->shown().size(), rows_.size(), truncated_, currentPath_);
+}
+
 void LogViewer::reloadCurrent() {
+    if (allMode_) {
+        // Logs that appeared since join the merge; the view stays where it is.
+        refreshSources(std::nullopt);
+        if (allLogsIndex() >= 0) {
+            const QSignalBlocker quiet(logPopup_);
+            logPopup_->setCurrentIndex(allLogsIndex());
+        }
+        if (allLogsIndex() >= 0 && all_.sources() == sources_)
+            bringAllUpToDate(false);
+        else
+            loadSelected(true);
+        return;
+    }
     // Logs that appeared since the window opened join the list; the log and
     // the rows chosen stay chosen.
     const QString path = currentPath_;
@@ -467,6 +569,10 @@ void LogViewer::reloadCurrent() {
 }
 
 void LogViewer::followSelected() {
+    if (allMode_) {
+        bringAllUpToDate(true);
+        return;
+    }
     if (selectedSourcePath() != follow_.path() || follow_.path().isEmpty()) {
         loadSelected(false);
         return;
@@ -506,8 +612,7 @@ void LogViewer::bringUpToDate(bool followEnd) {
         return filterRows(rows, filter, from, to);
     });
     updateRowHeights();
-    statusLabel_->setText(
-        statusLine(model_->shown().size(), rows_.size(), truncated_, currentPath_));
+    statusLabel_->setText(statusText());
     if (toEnd) {
         scrollToEnd();
         return;
@@ -552,8 +657,7 @@ void LogViewer::applyFilter(bool scrollToEnd) {
     else
         table_->verticalScrollBar()->setValue(scrolledTo);
 
-    statusLabel_->setText(
-        statusLine(model_->shown().size(), rows_.size(), truncated_, currentPath_));
+    statusLabel_->setText(statusText());
 }
 
 void LogViewer::updateRowHeights() {
@@ -604,8 +708,9 @@ void LogViewer::fitMessageColumn() {
     // Only the message column gives or takes width, so the other three stay
     // as the user left them and the message never runs off to the right.
     int others = 0;
-    for (int column = 0; column < LogTableModel::messageColumn; ++column)
-        others += table_->columnWidth(column);
+    for (int column = 0; column < LogTableModel::columnCount_; ++column)
+        if (column != LogTableModel::messageColumn && !table_->isColumnHidden(column))
+            others += table_->columnWidth(column);
     const int width = table_->viewport()->width() - others;
     table_->horizontalHeader()->resizeSection(
         LogTableModel::messageColumn,
@@ -642,11 +747,20 @@ void LogViewer::toggleFollow() {
     if (followCheck_->isChecked()) followTimer_->start();
 }
 
+QString LogViewer::revealPath() const {
+    if (!allMode_) return currentPath_;
+    const QList<int> picked = selectedTableRows();
+    const int row = picked.isEmpty() ? model_->rowCount() - 1 : picked.first();
+    if (row < 0) return {};
+    const qint32 log = all_.merged().logOf.value(model_->shown().at(row), -1);
+    return log >= 0 && log < all_.sources().size() ? all_.sources()[log].path : QString();
+}
+
 void LogViewer::revealCurrent() {
-    if (currentPath_.isEmpty()) return;
+    const QString path = revealPath();
+    if (path.isEmpty()) return;
     // A file manager that has to start first can take seconds to answer.
-    inBackground(*QThreadPool::globalInstance(),
-                 [path = currentPath_] { revealInFileBrowser(path); });
+    inBackground(*QThreadPool::globalInstance(), [path] { revealInFileBrowser(path); });
 }
 
 void LogViewer::windowClosed() {
@@ -718,7 +832,8 @@ void LogViewer::updateDetail() {
         row = current.row();
     else if (const QList<int> picked = selectedTableRows(); !picked.isEmpty())
         row = picked.first();
-    detailPane_->showRow(row >= 0 ? std::optional(model_->rowAt(row)) : std::nullopt);
+    detailPane_->showRow(row >= 0 ? std::optional(model_->rowAt(row)) : std::nullopt,
+                         row >= 0 && allMode_ ? all_.titleOf(model_->shown().at(row)) : QString());
 }
 
 bool LogViewer::eventFilter(QObject* watched, QEvent* event) {

@@ -8,6 +8,7 @@
 
 #include "logs/log_filter.h"
 #include "logs/log_follow.h"
+#include "logs/log_merge.h"
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
 #include "logs/row_navigation.h"
@@ -31,7 +32,8 @@ class MessageLayout;
 class RowDetailPane;
 class RowExporter;
 
-// The one log window, "Varnel Logs": the tail of one of the suite's logs as a
+// The one log window, "Varnel Logs": the tail of one of the suite's logs (or,
+// as "All logs", of every one merged by time, with a Log column) as a
 // table of time, level, source and message, with a level filter, a live search,
 // Follow, Wrap, a detail pane for the selected row, jumps between errors and
 // warnings, Reload, Open Folder and Export. Built on the first show() and kept
@@ -70,7 +72,16 @@ private:
     // without loading it.
     void refreshSources(const std::optional<QString>& path);
     QString selectedSourcePath() const;
+    // "All logs" is offered after the logs when there are two or more.
+    int allLogsIndex() const;
     void loadSelected(bool preserveScroll);
+    void loadAll(bool preserveScroll);
+    // A Follow tick or Reload in "All logs": merged again when any log changed.
+    void bringAllUpToDate(bool followEnd);
+    QString statusText() const;
+    // The log Open Folder shows: the current one, or in "All logs" the log of
+    // the selected row (else of the last row shown).
+    QString revealPath() const;
     void reloadCurrent();
     // A Follow tick.
     void followSelected();
@@ -127,6 +138,8 @@ private:
 
     QList<LogSource> sources_;
     LogFollow follow_;
+    AllLogs all_;
+    bool allMode_ = false;
     LogRows rows_;
     QString currentPath_;
     bool truncated_ = false;

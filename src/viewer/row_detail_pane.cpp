@@ -34,16 +34,17 @@ RowDetailPane::RowDetailPane(QWidget* parent) : QPlainTextEdit(parent) {
     setPlaceholderText(QStringLiteral("Select a row to see every field of its line."));
 }
 
-void RowDetailPane::showRow(const std::optional<LogRowView>& row) {
+void RowDetailPane::showRow(const std::optional<LogRowView>& row, const QString& log) {
     if (!row) {
         if (!raw_) return;
         raw_.reset();
         clear();
         return;
     }
-    if (raw_ && row->raw == QUtf8StringView(*raw_)) return;
+    if (raw_ && row->raw == QUtf8StringView(*raw_) && log == log_) return;
     raw_ = QByteArray(row->raw.data(), row->raw.size());
-    const QString text = rowDetailText(*row);
+    log_ = log;
+    const QString text = rowDetailText(*row, log);
     setWordWrapMode(longestLine(text) > wordWrapLineLimit
                         ? QTextOption::WrapAnywhere
                         : QTextOption::WrapAtWordBoundaryOrAnywhere);

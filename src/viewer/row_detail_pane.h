@@ -16,10 +16,12 @@ public:
     // Nothing shows the placeholder. Showing the row already shown does
     // nothing: the table re-selects its row after every keystroke in the
     // search, and laying out a long line again would cost each one.
-    void showRow(const std::optional<LogRowView>& row);
+    // `log` names the row's log when rows of several logs are shown.
+    void showRow(const std::optional<LogRowView>& row, const QString& log = {});
 
 private:
     std::optional<QByteArray> raw_;
+    QString log_;
 };
 
 }  // namespace varnel

@@ -156,6 +156,37 @@ TEST_F(LogsCli, ListsTheLogsAndShowResolvesHints) {
     EXPECT_TRUE(run({"logs", "--help"}).out.contains(QStringLiteral("varnelctl logs show")));
 }
 
+TEST_F(LogsCli, ShowAllMergesEveryLogByTimeWithItsTitle) {
+    write(agentLog, sample);
+    write(proxyLog, "2024-05-01 10:00:01 INFO proxy: up\n2024-05-01 10:00:05 ERROR proxy: down\n");
+    // A log that cannot be read is still there, as its warning.
+    ASSERT_TRUE(QDir().mkpath(host(QStringLiteral("/Library/Logs/Varnel/agent.stderr.log"))));
+    const QString out = QStringLiteral("Agent \u2014 output");
+    const QString err = QStringLiteral("Agent \u2014 errors");
+
+    const Result text = run({"logs", "show", "--all", "--level", "ERROR"});
+    EXPECT_EQ(text, (Result{0,
+                            out + "  2024-05-01 10:00:02  ERROR  tls    handshake failed  \u27F6  "
+                                  "at tls.Handshake(conn:12)\n"
+                                  "proxy.log       2024-05-01 10:00:05  ERROR  proxy  down\n",
+                            "2 of 7 lines \u00B7 3 logs\n"}));
+
+    QStringList order;
+    const Result json = run({"logs", "show", "--all", "--json", "--search", "o"});
+    for (const QString& line : json.out.split(u'\n', Qt::SkipEmptyParts)) {
+        const QJsonObject row = QJsonDocument::fromJson(line.toUtf8()).object();
+        EXPECT_EQ(row.keys(), QStringList({"level", "log", "message", "raw", "source", "time"}));
+        order << row.value("log").toString() + u'|' + row.value("time").toString();
+    }
+    EXPECT_EQ(order,
+              QStringList({err + "|", out + "|2024-05-01 10:00:00", out + "|2024-05-01 10:00:01",
+                           "proxy.log|2024-05-01 10:00:01", out + "|2024-05-01 10:00:02",
+                           out + "|2024-05-01 10:00:03", "proxy.log|2024-05-01 10:00:05"}));
+
+    EXPECT_EQ(run({"logs", "show", "--all", agentLog}).code, 64);
+    EXPECT_EQ(run({"logs", "show", "--all", "--follow"}).code, 64);
+}
+
 TEST_F(LogsCli, FollowPrintsEveryLineOnceThroughHalfLinesRotationAndCuts) {
     write(agentLog, sample);
     QProcess process;

@@ -276,7 +276,9 @@ TEST_F(LogViewerTest, ReloadReadsAgainWithoutMovingTheView) {
     auto* popup = child<QComboBox>("logPopup");
     ASSERT_EQ(popup->count(), 1);
     child<QPushButton>("reloadButton")->click();
-    EXPECT_EQ(popup->count(), 2);
+    // The new log, and "All logs" after a separator now that there are two.
+    EXPECT_EQ(popup->count(), 4);
+    EXPECT_EQ(popup->itemText(3), QStringLiteral("All logs"));
     EXPECT_EQ(popup->currentIndex(), 0);
     EXPECT_EQ(rows(), 520);
     EXPECT_EQ(bar->value(), middle);
@@ -578,3 +580,54 @@ TEST_F(LogViewerTest, OpenFolderShowsTheHostFileInTheFileManagerOrElseItsFolder)
 #endif
 
 }  // namespace
+
+TEST_F(LogViewerTest, AllLogsMergesEveryLogByTimeWithALogColumnAndFollowsThem) {
+    writeLog(agentOut, QStringLiteral("2024-05-01T10:00:01Z INFO one\n"
+                                      "2024-05-01T10:00:03Z ERROR three\n"));
+    writeLog(agentErr, QStringLiteral("2024-05-01T10:00:02Z WARN two\n"));
+    viewer.show(agentOut);
+    auto* popup = child<QComboBox>("logPopup");
+    QTableView* t = table();
+    EXPECT_TRUE(t->isColumnHidden(LogTableModel::logColumn));
+    ASSERT_EQ(popup->itemText(popup->count() - 1), QStringLiteral("All logs"));
+    popup->setCurrentIndex(popup->count() - 1);
+
+    const QString out = QStringLiteral("Agent \u2014 output");
+    const QString err = QStringLiteral("Agent \u2014 errors");
+    const auto shown = [&] {
+        QStringList cells;
+        for (int row = 0; row < rows(); ++row)
+            cells << cell(row, LogTableModel::logColumn) + u'|' +
+                         cell(row, LogTableModel::messageColumn);
+        return cells;
+    };
+    EXPECT_FALSE(t->isColumnHidden(LogTableModel::logColumn));
+    EXPECT_EQ(t->horizontalHeader()->visualIndex(LogTableModel::logColumn), 0);
+    EXPECT_EQ(shown(), QStringList({out + "|one", err + "|two", out + "|three"}));
+    EXPECT_EQ(status(), QStringLiteral("3 of 3 lines \u00B7 2 logs"));
+
+    child<QLineEdit>("searchField")->setText(QStringLiteral("HRE"));
+    EXPECT_EQ(shown(), QStringList({out + "|three"}));
+    child<QLineEdit>("searchField")->clear();
+
+    // Follow picks up what any log adds, in its place by time; the selected
+    // line stays selected wherever it moves.
+    t->selectRow(2);
+    child<QCheckBox>("detailsCheck")->setChecked(true);
+    const QString details = child<QPlainTextEdit>("detailPane")->toPlainText();
+    EXPECT_TRUE(details.startsWith(u"log ") && details.section(u'\n', 0, 0).endsWith(out))
+        << details.toStdString();
+    child<QCheckBox>("followCheck")->setChecked(true);
+    writeLog(agentErr, QStringLiteral("2024-05-01T10:00:02.500Z INFO between\n"), true);
+    ASSERT_TRUE(waitFor([&] { return rows() == 4; }, 10'000));
+    EXPECT_EQ(shown(), QStringList({out + "|one", err + "|two", err + "|between", out + "|three"}));
+    EXPECT_EQ(selectedRows(), QList<int>{3});
+    EXPECT_TRUE(lastRowVisible());
+    child<QCheckBox>("followCheck")->setChecked(false);
+
+    // Back to one log: its own rows and no Log column.
+    popup->setCurrentIndex(0);
+    EXPECT_TRUE(t->isColumnHidden(LogTableModel::logColumn));
+    EXPECT_EQ(rows(), 2);
+    EXPECT_EQ(status(), QStringLiteral("2 of 2 lines \u00B7 ") + agentOut);
+}
