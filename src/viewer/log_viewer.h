@@ -32,14 +32,13 @@ class RowDetailPane;
 class RowExporter;
 
 // The one log window, "Varnel Logs": the tail of one of the suite's logs as a
-// table of time, level, source and message, with a level filter, a live search,
-// Follow, Wrap, a detail pane for the selected row, jumps between errors and
-// warnings, Reload, Open Folder and Export. Built on the first show() and kept
-// when closed. Children carry object names (logPopup, levelPopup, searchField,
-// followCheck, wrapCheck, detailsCheck, previousProblemButton,
-// nextProblemButton, reloadButton, openFolderButton, exportButton, table,
-// detailPane, statusLine, newRowsNotice, rowMenu, exportDialog, exportError,
-// followTimer) so tests and tools can find them.
+// table of time, level, source and message, with a level filter, a live search
+// that marks what it finds and goes from one row to the next, Follow, Wrap, a detail pane for the
+// selected row, jumps between errors and warnings, Reload, Open Folder and Export. Built on the
+// first show() and kept when closed. Children carry object names (logPopup, levelPopup,
+// searchField, followCheck, wrapCheck, detailsCheck, previousProblemButton, nextProblemButton,
+// reloadButton, openFolderButton, exportButton, table, detailPane, statusLine, newRowsNotice,
+// rowMenu, exportDialog, exportError, followTimer) so tests and tools can find them.
 class LogViewer : public QObject {
     Q_OBJECT
 public:
@@ -90,6 +89,11 @@ private:
     void copySelection();
     void copyMessages();
     void jumpToProblem(RowDirection direction);
+    // Enter and F3: the next row the search is found in, round at the ends.
+    void jumpToMatch(RowDirection direction);
+    // Selects a table row alone, makes it current and brings it into view.
+    void goToRow(int row);
+    void updateStatusLine();
     void updateDetail();
 
     // Row heights for the shown rows and the message column's width; cheap
