@@ -1,6 +1,7 @@
 // What the log window costs on a full 4 MB tail (about 30,000 rows), drawn on
 // the offscreen platform: opening it until the last row is on screen, one
-// keystroke in the search field, and turning Wrap on and off. Then a small log
+// keystroke in the search field (the marks it paints and the matches it counts
+// included), and turning Wrap on and off. Then a small log
 // with one line of 50,000 or 200,000 characters and no break point in it:
 // turning Wrap on, and one wheel notch while that line scrolls past, wrapped
 // (1) or not (0). Report medians:
@@ -103,6 +104,26 @@ void BM_SearchKeystroke(benchmark::State& state) {
     state.counters["rows"] = window.table()->model()->rowCount();
 }
 BENCHMARK(BM_SearchKeystroke)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The last letter of a word a few rows in ten hold, typed and taken back: the
+// table goes from a handful of rows to a few thousand, every one on screen
+// with a mark to paint, and the status line counts the matches each time.
+void BM_SearchKeystrokeMarked(benchmark::State& state) {
+    Window window;
+    QLineEdit* search = window.find<QLineEdit>("searchField");
+    search->setText(QStringLiteral("handshak"));
+    QCoreApplication::processEvents();
+    bool typed = false;
+    for (auto _ : state) {
+        QKeyEvent key(QEvent::KeyPress, typed ? Qt::Key_Backspace : Qt::Key_E, Qt::NoModifier,
+                      typed ? QString() : QStringLiteral("e"));
+        QApplication::sendEvent(search, &key);
+        QCoreApplication::processEvents();
+        typed = !typed;
+    }
+    state.counters["rows"] = window.table()->model()->rowCount();
+}
+BENCHMARK(BM_SearchKeystrokeMarked)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Turning Wrap on measures every row afresh (a reload clears what was
 // measured); turning it off is timed separately.

@@ -88,7 +88,7 @@ void LogCellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
         initStyleOption(&opt, index);
         const QList<MatchRange> marks = marksIn(opt.text, index);
         if (marks.isEmpty())
-            QStyledItemDelegate::paint(painter, option, index);
+            style->drawControl(QStyle::CE_ItemViewItem, &opt, painter, widget);
         else
             paintMarkedLine(painter, opt, marks, isCurrentRow(option, index));
     } else {
@@ -125,9 +125,7 @@ void LogCellDelegate::paintMarkedLine(QPainter* painter, QStyleOptionViewItem& o
 
     painter->save();
     painter->setClipRect(option.rect, Qt::IntersectClip);
-    painter->setRenderHint(QPainter::Antialiasing);
-    painter->setPen(Qt::NoPen);
-    painter->setBrush(markColor(option, current));
+    const QColor fill = markColor(option, current);
     // Widths piece by piece, so that a long cell with many marks costs one
     // pass over what is visible.
     double x = box.left();
@@ -137,7 +135,7 @@ void LogCellDelegate::paintMarkedLine(QPainter* painter, QStyleOptionViewItem& o
         const qsizetype end = std::min(mark.start + mark.length, kept);
         x += metrics.horizontalAdvance(text.mid(measured, mark.start - measured));
         const double width = metrics.horizontalAdvance(text.mid(mark.start, end - mark.start));
-        painter->drawRoundedRect(QRectF(x, top, width, metrics.height()), 2, 2);
+        painter->fillRect(QRectF(x, top, width, metrics.height()), fill);
         x += width;
         measured = end;
     }

@@ -33,12 +33,14 @@ class RowExporter;
 
 // The one log window, "Varnel Logs": the tail of one of the suite's logs as a
 // table of time, level, source and message, with a level filter, a live search
-// that marks what it finds and goes from one row to the next, Follow, Wrap, a detail pane for the
-// selected row, jumps between errors and warnings, Reload, Open Folder and Export. Built on the
-// first show() and kept when closed. Children carry object names (logPopup, levelPopup,
-// searchField, followCheck, wrapCheck, detailsCheck, previousProblemButton, nextProblemButton,
-// reloadButton, openFolderButton, exportButton, table, detailPane, statusLine, newRowsNotice,
-// rowMenu, exportDialog, exportError, followTimer) so tests and tools can find them.
+// that marks what it finds and steps from row to row, Follow, Wrap, a detail
+// pane for the selected row, jumps between errors and warnings, Reload, Open
+// Folder and Export. Built on the first show() and kept when closed. Children
+// carry object names (logPopup, levelPopup, searchField, followCheck,
+// wrapCheck, detailsCheck, previousProblemButton, nextProblemButton,
+// reloadButton, openFolderButton, exportButton, table, detailPane, statusLine,
+// newRowsNotice, rowMenu, exportDialog, exportError, followTimer) so tests and
+// tools can find them.
 class LogViewer : public QObject {
     Q_OBJECT
 public:
