@@ -702,18 +702,23 @@ void LogViewer::copyMessages() {
     QGuiApplication::clipboard()->setText(messages.join(u'\n'));
 }
 
-void LogViewer::jumpToProblem(RowDirection direction) {
+qsizetype LogViewer::stepOrigin(RowDirection direction) const {
     const QModelIndex current = table_->currentIndex();
-    // Without a current row, from the edge of what is on screen.
-    qsizetype from = current.row();
-    if (!current.isValid()) {
-        const int edge = direction == RowDirection::forward
-                             ? table_->rowAt(0)
-                             : table_->rowAt(table_->viewport()->height() - 1);
-        from = edge < 0 ? (direction == RowDirection::forward ? -1 : model_->rowCount())
-                        : edge + (direction == RowDirection::forward ? -1 : 1);
-    }
-    const qsizetype row = nextProblemRow(model_->rows(), model_->shown(), from, direction);
+    if (current.isValid()) return current.row();
+    // A new search keeps the selection but not the current row.
+    if (const QList<int> picked = selectedTableRows(); !picked.isEmpty())
+        return direction == RowDirection::forward ? picked.first() : picked.last();
+    // Otherwise from the edge of what is on screen, so that its rows come first.
+    const int edge = direction == RowDirection::forward
+                         ? table_->rowAt(0)
+                         : table_->rowAt(table_->viewport()->height() - 1);
+    return edge < 0 ? (direction == RowDirection::forward ? -1 : model_->rowCount())
+                    : edge + (direction == RowDirection::forward ? -1 : 1);
+}
+
+void LogViewer::jumpToProblem(RowDirection direction) {
+    const qsizetype row =
+        nextProblemRow(model_->rows(), model_->shown(), stepOrigin(direction), direction);
     if (row < 0) {
         QApplication::beep();
         return;
@@ -724,12 +729,8 @@ void LogViewer::jumpToProblem(RowDirection direction) {
 void LogViewer::jumpToMatch(RowDirection direction) {
     const QString search = searchField_->text();
     if (search.isEmpty()) return;
-    // Without a current row the first step lands on the first (or last) row.
-    const QModelIndex current = table_->currentIndex();
-    const qsizetype from = current.isValid()                    ? current.row()
-                           : direction == RowDirection::forward ? -1
-                                                                : model_->rowCount();
-    const qsizetype row = nextMatchingRow(model_->rows(), model_->shown(), search, from, direction);
+    const qsizetype row =
+        nextMatchingRow(model_->rows(), model_->shown(), search, stepOrigin(direction), direction);
     if (row < 0) {
         QApplication::beep();
         return;

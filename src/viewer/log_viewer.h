@@ -90,6 +90,9 @@ private:
 
     void copySelection();
     void copyMessages();
+    // Where a step to the next problem or match starts: the current row, else
+    // the selection, else just outside the rows on screen.
+    qsizetype stepOrigin(RowDirection direction) const;
     void jumpToProblem(RowDirection direction);
     // Enter and F3: the next row the search is found in, round at the ends.
     void jumpToMatch(RowDirection direction);

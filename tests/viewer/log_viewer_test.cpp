@@ -462,6 +462,10 @@ TEST_F(LogViewerTest, EnterAndF3GoRoundTheRowsFoundAndTheStatusLineCountsMatches
     table()->setFocus();
     QTest::keyClick(table(), Qt::Key_F3, Qt::ShiftModifier);
     EXPECT_EQ(selectedRows(), QList<int>{3});
+    // A new search keeps the selected line, and the next step starts there.
+    search->setText(QStringLiteral("lin"));
+    QTest::keyClick(search, Qt::Key_Return);
+    EXPECT_EQ(selectedRows(), QList<int>{4});
 }
 
 TEST(LogCells, ArePaintedInTheirLevelsColoursWithinTheirRows) {
