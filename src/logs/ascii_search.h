@@ -39,7 +39,50 @@ public:
         return false;
     }
 
+    // Where the needle first occurs in the text, -1 when nowhere; 0 for an
+    // empty needle.
+    qsizetype indexIn(QByteArrayView text) const {
+        const qsizetype m = needle_.size();
+        const qsizetype last = text.size() - m;
+        if (m == 0) return 0;
+        if (last < 0) return -1;
+        const char* h = text.data();
+        qsizetype i = 0;
+        if (m >= 2 && last >= 15) {
+            // On a find, i is the start of the block the first candidate that
+            // matched is in, so the plain loop below reaches it first.
+            bool found = false;
+            i = path_ == Path::sse2 ? candidatesSse2(h, last, found)
+                                    : candidatesPortable(h, last, found);
+        }
+        for (; i <= last; ++i)
+            if ((uchar(h[i]) | 0x20) == first_ && matchesAt(h + i)) return i;
+        return -1;
+    }
+
+    // Occurrences, each search resuming after the last one found.
+    qsizetype countIn(QByteArrayView text) const {
+        if (needle_.isEmpty()) return 0;
+        if (needle_.size() == 1) return countByte(text);
+        qsizetype count = 0;
+        for (qsizetype at = indexIn(text); at >= 0; at = indexIn(text)) {
+            ++count;
+            text = text.sliced(at + needle_.size());
+        }
+        return count;
+    }
+
 private:
+    // A single letter is the search typed first and found most often: one
+    // branch-free pass the compiler turns into vector code.
+    qsizetype countByte(QByteArrayView text) const {
+        const char lowerCase = needle_[0];
+        const char upperCase =
+            (lowerCase >= 'a' && lowerCase <= 'z') ? char(lowerCase - 0x20) : lowerCase;
+        qsizetype count = 0;
+        for (const char c : text) count += (c == lowerCase) | (c == upperCase);
+        return count;
+    }
     static char lower(char c) { return (c >= 'A' && c <= 'Z') ? char(c + 0x20) : c; }
     bool matchesAt(const char* at) const {
         for (qsizetype k = 0; k < needle_.size(); ++k)

@@ -6,6 +6,7 @@
 #include <QThreadPool>
 #include <functional>
 
+#include "logs/row_search.h"
 #include "logs/row_time.h"
 #include "platform/background.h"
 
@@ -181,11 +182,12 @@ void AllLogs::merge() {
     merged_ = mergeRows(rows, lane_.get());
 }
 
-QString allLogsStatusLine(qsizetype shown, qsizetype total, qsizetype truncatedLogs,
-                          qsizetype logs) {
+QString allLogsStatusLine(qsizetype shown, qsizetype total, qsizetype truncatedLogs, qsizetype logs,
+                          std::optional<qsizetype> matches) {
     QString line = QStringLiteral("%1 of %2 lines").arg(shown).arg(total);
     if (truncatedLogs > 0)
         line += QStringLiteral(" \u00B7 showing last 4 MB of %1").arg(logCount(truncatedLogs));
+    if (matches) line += QStringLiteral(" \u00B7 ") + matchCountText(*matches);
     return line + QStringLiteral(" \u00B7 ") + logCount(logs);
 }
 

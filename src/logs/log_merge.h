@@ -3,6 +3,7 @@
 #include <QList>
 #include <QString>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "logs/log_filter.h"
@@ -75,7 +76,7 @@ private:
 
 // The status line of "All logs": like a log's, naming the number of logs
 // instead of a path ("12 of 40 lines · showing last 4 MB of 2 · 9 logs").
-QString allLogsStatusLine(qsizetype shown, qsizetype total, qsizetype truncatedLogs,
-                          qsizetype logs);
+QString allLogsStatusLine(qsizetype shown, qsizetype total, qsizetype truncatedLogs, qsizetype logs,
+                          std::optional<qsizetype> matches = std::nullopt);
 
 }  // namespace varnel

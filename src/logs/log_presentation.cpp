@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "logs/row_search.h"
+
 namespace varnel {
 
 namespace {
@@ -59,9 +61,11 @@ SystemColor messageColorOf(View level) {
 
 }  // namespace
 
-QString statusLine(qsizetype shown, qsizetype total, bool truncated, const QString& currentPath) {
+QString statusLine(qsizetype shown, qsizetype total, bool truncated, const QString& currentPath,
+                   std::optional<qsizetype> matches) {
     QString line = QStringLiteral("%1 of %2 lines").arg(shown).arg(total);
     if (truncated) line += QStringLiteral(" \u00B7 showing last 4 MB");
+    if (matches) line += QStringLiteral(" \u00B7 ") + matchCountText(*matches);
     if (!currentPath.isEmpty()) line += QStringLiteral(" \u00B7 ") + currentPath;
     return line;
 }

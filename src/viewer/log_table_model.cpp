@@ -118,6 +118,11 @@ QVariant LogTableModel::data(const QModelIndex& index, int role) const {
             }
         case messageLinesRole:
             return cellText(row.message).toString();
+        case fieldLengthRole: {
+            if (column != messageColumn) return -1;
+            const CellText cut = cellText(row.message);
+            return cut.more == 0 ? qsizetype(-1) : utf8::toString(cut.head).size();
+        }
         case Qt::ForegroundRole:
             switch (column) {
                 case timeColumn:

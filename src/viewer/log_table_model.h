@@ -24,6 +24,10 @@ public:
     // The message with its line feeds; the display text has them as spaces.
     // Both are cut to what a cell lays out (cellText()).
     static constexpr int messageLinesRole = Qt::UserRole;
+    // How many leading code units of the display text come from the row's
+    // field: the rest of a cut message is the count of what was left out,
+    // which a search must not mark. -1 when all of it does.
+    static constexpr int fieldLengthRole = Qt::UserRole + 1;
 
     explicit LogTableModel(QObject* parent = nullptr);
 

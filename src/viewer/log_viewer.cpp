@@ -31,6 +31,7 @@
 #include "logs/log_presentation.h"
 #include "logs/row_export.h"
 #include "logs/row_height.h"
+#include "logs/row_search.h"
 #include "platform/background.h"
 #include "platform/file_reveal.h"
 #include "ui/bring_to_front.h"
@@ -195,6 +196,11 @@ QLayout* LogViewer::buildChoosers() {
     searchField_->setPlaceholderText(QStringLiteral("Search logs\u2026"));
     searchField_->setClearButtonEnabled(true);
     searchField_->setMinimumWidth(120);
+    searchField_->setToolTip(
+        QStringLiteral("Enter or %1 goes to the next line found, Shift+Enter or %2 back")
+            .arg(QKeySequence(Qt::Key_F3).toString(QKeySequence::NativeText),
+                 QKeySequence(Qt::SHIFT | Qt::Key_F3).toString(QKeySequence::NativeText)));
+    searchField_->installEventFilter(this);
     connect(searchField_, &QLineEdit::textChanged, this, [this] { applyFilter(false); });
 
     // Room is left after the search for what narrows the rows further.
@@ -390,6 +396,8 @@ void LogViewer::buildKeysAndMenu() {
     onKey(QKeySequence(Qt::CTRL | Qt::Key_W), [this] { window_->close(); });
     onKey(QKeySequence(Qt::Key_F8), [this] { jumpToProblem(RowDirection::forward); });
     onKey(QKeySequence(Qt::SHIFT | Qt::Key_F8), [this] { jumpToProblem(RowDirection::backward); });
+    onKey(QKeySequence(Qt::Key_F3), [this] { jumpToMatch(RowDirection::forward); });
+    onKey(QKeySequence(Qt::SHIFT | Qt::Key_F3), [this] { jumpToMatch(RowDirection::backward); });
 
     rowMenu_ = new QMenu(table_);
     rowMenu_->setObjectName(QStringLiteral("rowMenu"));
@@ -537,13 +545,6 @@ void LogViewer::bringAllUpToDate(bool followEnd) {
         setNewRows(newBefore + std::max<qsizetype>(0, model_->shown().size() - shownBefore));
 }
 
-QString LogViewer::statusText() const {
-    if (allMode_)
-        return allLogsStatusLine(model_->shown().size(), rows_.size(), all_.truncatedCount(),
-                                 all_.sources().size());
-    return statusLine(model_->shown().size(), rows_.size(), truncated_, currentPath_);
-}
-
 void LogViewer::reloadCurrent() {
     if (allMode_) {
         // Logs that appeared since join the merge; the view stays where it is.
@@ -612,7 +613,7 @@ void LogViewer::bringUpToDate(bool followEnd) {
         return filterRows(rows, filter, from, to);
     });
     updateRowHeights();
-    statusLabel_->setText(statusText());
+    updateStatusLine();
     if (toEnd) {
         scrollToEnd();
         return;
@@ -636,7 +637,9 @@ RowFilter LogViewer::rowFilter() const {
 }
 
 void LogViewer::applyFilter(bool scrollToEnd) {
-    QList<qsizetype> shown = filterRows(rows_, rowFilter());
+    const RowFilter filter = rowFilter();
+    QList<qsizetype> shown = filterRows(rows_, filter);
+    delegate_->setSearch(filter.search);
 
     // The selection stays on the same lines of the log, wherever they move.
     QList<qsizetype> selected;
@@ -656,8 +659,18 @@ void LogViewer::applyFilter(bool scrollToEnd) {
         this->scrollToEnd();
     else
         table_->verticalScrollBar()->setValue(scrolledTo);
+    updateStatusLine();
+}
 
-    statusLabel_->setText(statusText());
+void LogViewer::updateStatusLine() {
+    const QString search = searchField_->text();
+    std::optional<qsizetype> matches;
+    if (!search.isEmpty()) matches = countMatches(rows_, model_->shown(), search);
+    statusLabel_->setText(
+        allMode_
+            ? allLogsStatusLine(model_->shown().size(), rows_.size(), all_.truncatedCount(),
+                                all_.sources().size(), matches)
+            : statusLine(model_->shown().size(), rows_.size(), truncated_, currentPath_, matches));
 }
 
 void LogViewer::updateRowHeights() {
@@ -801,24 +814,45 @@ void LogViewer::copyMessages() {
     QGuiApplication::clipboard()->setText(messages.join(u'\n'));
 }
 
-void LogViewer::jumpToProblem(RowDirection direction) {
+qsizetype LogViewer::stepOrigin(RowDirection direction) const {
     const QModelIndex current = table_->currentIndex();
-    // Without a current row, from the edge of what is on screen.
-    qsizetype from = current.row();
-    if (!current.isValid()) {
-        const int edge = direction == RowDirection::forward
-                             ? table_->rowAt(0)
-                             : table_->rowAt(table_->viewport()->height() - 1);
-        from = edge < 0 ? (direction == RowDirection::forward ? -1 : model_->rowCount())
-                        : edge + (direction == RowDirection::forward ? -1 : 1);
-    }
-    const qsizetype row = nextProblemRow(model_->rows(), model_->shown(), from, direction);
+    if (current.isValid()) return current.row();
+    // A new search keeps the selection but not the current row.
+    if (const QList<int> picked = selectedTableRows(); !picked.isEmpty())
+        return direction == RowDirection::forward ? picked.first() : picked.last();
+    // Otherwise from the edge of what is on screen, so that its rows come first.
+    const int edge = direction == RowDirection::forward
+                         ? table_->rowAt(0)
+                         : table_->rowAt(table_->viewport()->height() - 1);
+    return edge < 0 ? (direction == RowDirection::forward ? -1 : model_->rowCount())
+                    : edge + (direction == RowDirection::forward ? -1 : 1);
+}
+
+void LogViewer::jumpToProblem(RowDirection direction) {
+    const qsizetype row =
+        nextProblemRow(model_->rows(), model_->shown(), stepOrigin(direction), direction);
     if (row < 0) {
         QApplication::beep();
         return;
     }
-    // Not selectRow(): with Shift+F8 held it would extend the selection.
-    const QModelIndex target = model_->index(int(row), 0);
+    goToRow(int(row));
+}
+
+void LogViewer::jumpToMatch(RowDirection direction) {
+    const QString search = searchField_->text();
+    if (search.isEmpty()) return;
+    const qsizetype row =
+        nextMatchingRow(model_->rows(), model_->shown(), search, stepOrigin(direction), direction);
+    if (row < 0) {
+        QApplication::beep();
+        return;
+    }
+    goToRow(int(row));
+}
+
+void LogViewer::goToRow(int row) {
+    // Not selectRow(): with Shift held it would extend the selection.
+    const QModelIndex target = model_->index(row, 0);
     table_->selectionModel()->setCurrentIndex(
         target, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     table_->scrollTo(target);
@@ -841,6 +875,13 @@ bool LogViewer::eventFilter(QObject* watched, QEvent* event) {
         windowClosed();
     } else if (table_ && watched == table_->viewport() && event->type() == QEvent::Resize) {
         fitMessageColumn();
+    } else if (searchField_ && watched == searchField_ && event->type() == QEvent::KeyPress) {
+        const auto* key = static_cast<QKeyEvent*>(event);
+        if (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) {
+            jumpToMatch((key->modifiers() & Qt::ShiftModifier) ? RowDirection::backward
+                                                               : RowDirection::forward);
+            return true;
+        }
     } else if (table_ && watched == table_ && event->type() == QEvent::KeyPress &&
                static_cast<QKeyEvent*>(event)->matches(QKeySequence::Copy)) {
         copySelection();

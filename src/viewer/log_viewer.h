@@ -33,15 +33,16 @@ class RowDetailPane;
 class RowExporter;
 
 // The one log window, "Varnel Logs": the tail of one of the suite's logs (or,
-// as "All logs", of every one merged by time, with a Log column) as a
-// table of time, level, source and message, with a level filter, a live search,
-// Follow, Wrap, a detail pane for the selected row, jumps between errors and
-// warnings, Reload, Open Folder and Export. Built on the first show() and kept
-// when closed. Children carry object names (logPopup, levelPopup, searchField,
-// followCheck, wrapCheck, detailsCheck, previousProblemButton,
-// nextProblemButton, reloadButton, openFolderButton, exportButton, table,
-// detailPane, statusLine, newRowsNotice, rowMenu, exportDialog, exportError,
-// followTimer) so tests and tools can find them.
+// as "All logs", of every one merged by time, with a Log column) as a table of
+// time, level, source and message, with a level filter, a live search that
+// marks what it finds and steps from row to row, Follow, Wrap, a detail pane
+// for the selected row, jumps between errors and warnings, Reload, Open Folder
+// and Export. Built on the first show() and kept when closed. Children carry
+// object names (logPopup, levelPopup, searchField, followCheck, wrapCheck,
+// detailsCheck, previousProblemButton, nextProblemButton, reloadButton,
+// openFolderButton, exportButton, table, detailPane, statusLine,
+// newRowsNotice, rowMenu, exportDialog, exportError, followTimer) so tests and
+// tools can find them.
 class LogViewer : public QObject {
     Q_OBJECT
 public:
@@ -78,7 +79,6 @@ private:
     void loadAll(bool preserveScroll);
     // A Follow tick or Reload in "All logs": merged again when any log changed.
     void bringAllUpToDate(bool followEnd);
-    QString statusText() const;
     // The log Open Folder shows: the current one, or in "All logs" the log of
     // the selected row (else of the last row shown).
     QString revealPath() const;
@@ -100,7 +100,15 @@ private:
 
     void copySelection();
     void copyMessages();
+    // Where a step to the next problem or match starts: the current row, else
+    // the selection, else just outside the rows on screen.
+    qsizetype stepOrigin(RowDirection direction) const;
     void jumpToProblem(RowDirection direction);
+    // Enter and F3: the next row the search is found in, round at the ends.
+    void jumpToMatch(RowDirection direction);
+    // Selects a table row alone, makes it current and brings it into view.
+    void goToRow(int row);
+    void updateStatusLine();
     void updateDetail();
 
     // Row heights for the shown rows and the message column's width; cheap

@@ -30,6 +30,24 @@ QString prepared(QStringView text) {
     return out;
 }
 
+// Ranges of a text moved to where they are in prepared(text), which drops the
+// invisible characters.
+QList<QTextLayout::FormatRange> preparedRanges(QStringView text,
+                                               QList<QTextLayout::FormatRange> ranges) {
+    if (std::none_of(text.begin(), text.end(), [](QChar c) { return isInvisible(c.unicode()); }))
+        return ranges;
+    QList<int> dropped(text.size() + 1, 0);
+    for (qsizetype i = 0; i < text.size(); ++i)
+        dropped[i + 1] = dropped[i] + (isInvisible(text[i].unicode()) ? 1 : 0);
+    for (QTextLayout::FormatRange& range : ranges) {
+        const qsizetype start = std::clamp<qsizetype>(range.start, 0, text.size());
+        const qsizetype end = std::clamp<qsizetype>(range.start + range.length, start, text.size());
+        range.start = int(start - dropped[start]);
+        range.length = int((end - dropped[end]) - range.start);
+    }
+    return ranges;
+}
+
 // Lays the text out and returns its height; the layout is kept for drawing.
 double layOut(QTextLayout& layout, double width) {
     QTextOption option;
@@ -101,8 +119,8 @@ double MessageLayout::measure(QUtf8StringView text, double width) const {
     return measure(QStringView(text.toString()), width);
 }
 
-void MessageLayout::draw(QPainter* painter, const QRectF& cell, double width,
-                         const QString& text) const {
+void MessageLayout::draw(QPainter* painter, const QRectF& cell, double width, const QString& text,
+                         const QList<QTextLayout::FormatRange>& marks) const {
     const Key key{text, width};
     LaidOut* laid = laidOut_.object(key);
     if (!laid) {
@@ -114,7 +132,7 @@ void MessageLayout::draw(QPainter* painter, const QRectF& cell, double width,
                          cell.top() + std::max(0.0, (cell.height() - laid->height) / 2));
     painter->save();
     painter->setClipRect(cell, Qt::IntersectClip);
-    laid->layout.draw(painter, origin);
+    laid->layout.draw(painter, origin, preparedRanges(text, marks));
     painter->restore();
 }
 

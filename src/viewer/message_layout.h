@@ -2,9 +2,11 @@
 
 #include <QCache>
 #include <QFont>
+#include <QList>
 #include <QRectF>
 #include <QString>
 #include <QStringView>
+#include <QTextLayout>
 #include <QUtf8StringView>
 
 class QPainter;
@@ -36,7 +38,9 @@ public:
     // centred in its height and clipped to it. The layout is kept for the
     // next paint of the same text at the same width: scrolling repaints the
     // same few rows many times.
-    void draw(QPainter* painter, const QRectF& cell, double width, const QString& text) const;
+    // `marks` are ranges of `text` painted with their format behind it.
+    void draw(QPainter* painter, const QRectF& cell, double width, const QString& text,
+              const QList<QTextLayout::FormatRange>& marks = {}) const;
 
 private:
     struct Key {

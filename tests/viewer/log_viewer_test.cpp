@@ -187,7 +187,7 @@ TEST_F(LogViewerTest, LevelAndSearchNarrowTheTableColourItAndSurviveAnotherShow)
     levels->setCurrentText(QStringLiteral("All levels"));
 
     search->setText(QStringLiteral("HANDSHAKE"));
-    EXPECT_EQ(status(), QStringLiteral("2 of 4 lines · ") + agentOut);
+    EXPECT_EQ(status(), QStringLiteral("2 of 4 lines · 3 matches · ") + agentOut);
     search->setText(QStringLiteral("tls"));  // the source and the folded frame count
     EXPECT_EQ(rows(), 1);
     EXPECT_EQ(cell(0, 3), QStringLiteral("handshake failed  ⟶  at tls.Handshake(conn:12)"));
@@ -436,6 +436,40 @@ TEST_F(LogViewerTest, ExportWritesTheShownRowsOrSaysWhyItCouldNot) {
 
 // Cells painted into an image: each level its colour, a wrapped message in
 // its row and nowhere else, and the grid line at the row's foot.
+TEST_F(LogViewerTest, EnterAndF3GoRoundTheRowsFoundAndTheStatusLineCountsMatches) {
+    writeLog(agentOut, numberedLines(0, 4) + QStringLiteral("2024-05-01 10:00:00 INFO other\n") +
+                           QStringLiteral("2024-05-01 10:00:00 INFO line 4, line again\n"));
+    viewer.show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(viewer.window()));
+    auto* search = child<QLineEdit>("searchField");
+    QTest::keyClicks(search, QStringLiteral("LINE"));
+    EXPECT_EQ(status(), QStringLiteral("5 of 6 lines · 6 matches · ") + agentOut);
+    search->setText(QStringLiteral("e 3"));
+    EXPECT_EQ(status(), QStringLiteral("1 of 6 lines · 1 match · ") + agentOut);
+    search->setText(QStringLiteral("line"));
+
+    // From no row to the first, then on, back and round either end; the detail
+    // pane follows.
+    child<QCheckBox>("detailsCheck")->setChecked(true);
+    const std::tuple<Qt::Key, Qt::KeyboardModifiers, int> steps[] = {
+        {Qt::Key_Return, Qt::NoModifier, 0},    {Qt::Key_Enter, Qt::NoModifier, 1},
+        {Qt::Key_Return, Qt::ShiftModifier, 0}, {Qt::Key_Return, Qt::ShiftModifier, 4},
+        {Qt::Key_F3, Qt::NoModifier, 0},        {Qt::Key_F3, Qt::ShiftModifier, 4},
+    };
+    for (const auto& [key, modifiers, row] : steps) {
+        QTest::keyClick(search, key, modifiers);
+        EXPECT_EQ(selectedRows(), QList<int>{row}) << key << " " << modifiers;
+    }
+    EXPECT_TRUE(child<QPlainTextEdit>("detailPane")->toPlainText().contains("line again"));
+    table()->setFocus();
+    QTest::keyClick(table(), Qt::Key_F3, Qt::ShiftModifier);
+    EXPECT_EQ(selectedRows(), QList<int>{3});
+    // A new search keeps the selected line, and the next step starts there.
+    search->setText(QStringLiteral("lin"));
+    QTest::keyClick(search, Qt::Key_Return);
+    EXPECT_EQ(selectedRows(), QList<int>{4});
+}
+
 TEST(LogCells, ArePaintedInTheirLevelsColoursWithinTheirRows) {
     LogTableModel model;
     model.setContent(LogRows::build(QStringLiteral(
@@ -445,12 +479,12 @@ TEST(LogCells, ArePaintedInTheirLevelsColoursWithinTheirRows) {
                      {0, 1, 2});
     const MessageLayout layout(logCellFont());
     LogCellDelegate delegate(layout, LogTableModel::messageColumn);
-    auto paint = [&](int row, int column, int height, int top) {
-        QImage image(60, height + 2 * top, QImage::Format_RGB32);
+    auto paint = [&](int row, int column, int height, int top, int width = 60) {
+        QImage image(width, height + 2 * top, QImage::Format_RGB32);
         image.fill(Qt::white);
         QPainter painter(&image);
         QStyleOptionViewItem option;
-        option.rect = QRect(0, top, 60, height);
+        option.rect = QRect(0, top, width, height);
         option.state = QStyle::State_Enabled | QStyle::State_Active;
         delegate.paint(&painter, option, model.index(row, column));
         return image;
@@ -488,6 +522,34 @@ TEST(LogCells, ArePaintedInTheirLevelsColoursWithinTheirRows) {
     const int line = int(layout.lineHeight());
     EXPECT_NE(ink(wrapped, 22, 22 + line), QColor(Qt::white));
     EXPECT_NE(ink(wrapped, 18 + height - line, 18 + height), QColor(Qt::white));
+
+    // A search marks what it found, in the palette's highlight, on one line
+    // and wrapped, and only there.
+    const QColor mark = QApplication::palette().color(QPalette::Highlight);
+    auto marked = [&](const QImage& image) {
+        int first = image.width(), last = -1;
+        for (int y = 0; y < image.height(); ++y)
+            for (int x = 0; x < image.width(); ++x)
+                if (const QColor c = image.pixelColor(x, y);
+                    c != Qt::white && std::abs(c.hsvHue() - mark.hsvHue()) < 10 &&
+                    c.hsvSaturation() > 20) {
+                    first = std::min(first, x);
+                    last = std::max(last, x);
+                }
+        return std::pair{first, last};
+    };
+    delegate.setSearch(QStringLiteral("SEVERAL"));
+    const double advance = QFontMetricsF(logCellFont()).horizontalAdvance(u'M');
+    // "wrapped message of " is 19 characters, "several" 7 more.
+    const auto [first, last] = marked(paint(2, 3, 17, 0, 300));
+    EXPECT_NEAR(first, 19 * advance, 5);
+    EXPECT_NEAR(last, 26 * advance, 5);
+    // Cut before it by the ellipsis: nothing hidden is marked.
+    EXPECT_EQ(marked(paint(2, 3, 17, 0)).second, -1);
+    delegate.setWrap(true);
+    EXPECT_GE(marked(paint(2, 3, height, 0)).second, 0);
+    delegate.setSearch(QStringLiteral("absent"));
+    EXPECT_EQ(marked(paint(2, 3, height, 0)).second, -1);
 }
 
 // Labels stay readable on the window in either appearance, and the table's
