@@ -11,9 +11,11 @@
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
 #include "logs/row_navigation.h"
+#include "logs/time_filter.h"
 
 class QCheckBox;
 class QComboBox;
+class QDateTimeEdit;
 class QEvent;
 class QLabel;
 class QLayout;
@@ -30,6 +32,7 @@ class LogTableView;
 class MessageLayout;
 class RowDetailPane;
 class RowExporter;
+class TimelineStrip;
 
 // The one log window, "Varnel Logs": the tail of one of the suite's logs as a
 // table of time, level, source and message, with a level filter, a live search,
@@ -37,9 +40,10 @@ class RowExporter;
 // warnings, Reload, Open Folder and Export. Built on the first show() and kept
 // when closed. Children carry object names (logPopup, levelPopup, searchField,
 // followCheck, wrapCheck, detailsCheck, previousProblemButton,
-// nextProblemButton, reloadButton, openFolderButton, exportButton, table,
-// detailPane, statusLine, newRowsNotice, rowMenu, exportDialog, exportError,
-// followTimer) so tests and tools can find them.
+// nextProblemButton, reloadButton, openFolderButton, exportButton, timePopup,
+// rangeFrom, rangeTo, timelineStrip, table, detailPane, statusLine,
+// newRowsNotice, rowMenu, exportDialog, exportError, followTimer) so tests and
+// tools can find them.
 class LogViewer : public QObject {
     Q_OBJECT
 public:
@@ -61,6 +65,8 @@ private:
     void build();
     QLayout* buildChoosers();
     QLayout* buildModesAndActions();
+    // The time chooser beside the timeline of what the table shows.
+    QLayout* buildTimeRow();
     QWidget* buildTableAndDetails();
     void buildTable();
     QLayout* buildStatusRow();
@@ -81,6 +87,11 @@ private:
     void applyFilter(bool scrollToEnd);
     // The chosen level and search; any level when nothing is chosen.
     RowFilter rowFilter() const;
+    // The instants the time choice lets through now, none for all times.
+    std::optional<TimeWindow> timeWindowNow() const;
+    void timeChoiceChanged();
+    // Selects a table row and scrolls it to the top.
+    void goToTableRow(int row);
     void toggleWrap();
     void toggleFollow();
     void revealCurrent();
@@ -111,6 +122,11 @@ private:
     QComboBox* logPopup_ = nullptr;
     QComboBox* levelPopup_ = nullptr;
     QLineEdit* searchField_ = nullptr;
+    QComboBox* timePopup_ = nullptr;
+    QWidget* rangeBox_ = nullptr;
+    QDateTimeEdit* rangeFrom_ = nullptr;
+    QDateTimeEdit* rangeTo_ = nullptr;
+    TimelineStrip* strip_ = nullptr;
     QCheckBox* followCheck_ = nullptr;
     QCheckBox* wrapCheck_ = nullptr;
     QCheckBox* detailsCheck_ = nullptr;
@@ -128,6 +144,10 @@ private:
     QList<LogSource> sources_;
     LogFollow follow_;
     LogRows rows_;
+    QList<Instant> instants_;  // of rows_, read once per load and extended as rows arrive
+    Instant newest_ = kNoInstant;
+    // The window the shown rows were filtered with: "Last …" moves as newer rows arrive.
+    std::optional<TimeWindow> appliedWindow_;
     QString currentPath_;
     bool truncated_ = false;
     bool wrapEnabled_ = false;
