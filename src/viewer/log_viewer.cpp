@@ -135,6 +135,9 @@ LogViewer::LogViewer(QObject* parent)
     heightTimer_->setSingleShot(true);
     heightTimer_->setInterval(0);
     connect(heightTimer_, &QTimer::timeout, this, &LogViewer::relayoutRows);
+
+    // One load's instants at a time; a newer load makes an older answer moot anyway.
+    timeLane_.setMaxThreadCount(1);
 }
 
 LogViewer::~LogViewer() {
@@ -483,8 +486,10 @@ void LogViewer::loadSelected(bool preserveScroll) {
     const QString path = selectedSourcePath();
     if (path.isEmpty()) {
         rows_ = LogRows();
+        ++loads_;
         instants_.clear();
         newest_ = kNoInstant;
+        instantsReady_ = true;
         currentPath_.clear();
         truncated_ = false;
         heightCacheWidth_ = -1;
@@ -499,8 +504,7 @@ void LogViewer::loadSelected(bool preserveScroll) {
     follow_.load();
     truncated_ = follow_.truncated();
     rows_ = follow_.rows();
-    instants_ = rowInstants(rows_);
-    newest_ = newestInstant(instants_);
+    readInstants();
     heightCacheWidth_ = -1;
     if (previousPath != currentPath_) table_->selectionModel()->clear();
     applyFilter(!preserveScroll);
@@ -537,8 +541,7 @@ void LogViewer::bringUpToDate(bool followEnd) {
     truncated_ = follow_.truncated();
     if (change.kind == LogFollowChange::Kind::reloaded) {
         rows_ = follow_.rows();
-        instants_ = rowInstants(rows_);
-        newest_ = newestInstant(instants_);
+        readInstants();
         heightCacheWidth_ = -1;
         applyFilter(toEnd);
         return;
@@ -553,12 +556,16 @@ void LogViewer::bringUpToDate(bool followEnd) {
         heightCacheWidth_ = -1;
     }
     rows_ = follow_.rows();
-    followInstants(instants_, rows_, change);
-    if (change.dropped > 0)
-        newest_ = newestInstant(instants_);
-    else
-        for (qsizetype i = rows_.size() - change.added; i < rows_.size(); ++i)
-            newest_ = std::max(newest_, instants_[i]);
+    if (!instantsReady_) {
+        ensureInstants();
+    } else {
+        followInstants(instants_, rows_, change);
+        if (change.dropped > 0)
+            newest_ = newestInstant(instants_);
+        else
+            for (qsizetype i = rows_.size() - change.added; i < rows_.size(); ++i)
+                newest_ = std::max(newest_, instants_[i]);
+    }
     // "Last …" counts back from the newest row: when that moved, older rows may have left.
     const std::optional<TimeWindow> window = timeWindowNow();
     if (window != appliedWindow_) {
@@ -603,6 +610,33 @@ RowFilter LogViewer::rowFilter() const {
             searchField_->text()};
 }
 
+void LogViewer::readInstants() {
+    ++loads_;
+    instantsReady_ = false;
+    instants_.clear();
+    newest_ = kNoInstant;
+    if (timeChoices().value(timePopup_->currentIndex(), TimeChoice::all) != TimeChoice::all) {
+        ensureInstants();
+        return;
+    }
+    inBackground(
+        timeLane_, this, [rows = rows_] { return rowInstants(rows); },
+        [this, load = loads_](QList<Instant> instants) {
+            if (load != loads_ || instantsReady_) return;
+            instants_ = std::move(instants);
+            newest_ = newestInstant(instants_);
+            instantsReady_ = true;
+            strip_->setContent(rows_, instants_, model_->shown());
+        });
+}
+
+void LogViewer::ensureInstants() {
+    if (instantsReady_) return;
+    instants_ = rowInstants(rows_);
+    newest_ = newestInstant(instants_);
+    instantsReady_ = true;
+}
+
 std::optional<TimeWindow> LogViewer::timeWindowNow() const {
     TimeFilter filter;
     filter.choice = timeChoices().value(timePopup_->currentIndex(), TimeChoice::all);
@@ -617,8 +651,9 @@ std::optional<TimeWindow> LogViewer::timeWindowNow() const {
 }
 
 void LogViewer::timeChoiceChanged() {
-    const bool range =
-        timeChoices().value(timePopup_->currentIndex(), TimeChoice::all) == TimeChoice::range;
+    const TimeChoice choice = timeChoices().value(timePopup_->currentIndex(), TimeChoice::all);
+    if (choice != TimeChoice::all) ensureInstants();
+    const bool range = choice == TimeChoice::range;
     if (range && newest_ != kNoInstant) {
         // A range that misses the whole log is left from another log or another day: start
         // from the span of this one instead.
@@ -658,7 +693,8 @@ void LogViewer::applyFilter(bool scrollToEnd) {
     const int scrolledTo = table_->verticalScrollBar()->value();
 
     model_->setContent(rows_, std::move(shown));
-    strip_->setContent(rows_, instants_, model_->shown());
+    // Until the instants are read the strip stays empty rather than count the wrong rows.
+    strip_->setContent(rows_, instants_, instantsReady_ ? model_->shown() : QList<qsizetype>());
     updateRowHeights();
     if (!selected.isEmpty())
         table_->selectionModel()->select(rowsIn(model_->shown(), selected, model_),

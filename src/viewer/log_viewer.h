@@ -3,6 +3,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QThreadPool>
 #include <memory>
 #include <optional>
 
@@ -90,6 +91,10 @@ private:
     // The instants the time choice lets through now, none for all times.
     std::optional<TimeWindow> timeWindowNow() const;
     void timeChoiceChanged();
+    // The rows' instants for a fresh load: read on the side when nothing waits for them, so
+    // that the table shows first; at once when a time choice needs them.
+    void readInstants();
+    void ensureInstants();
     // Selects a table row and scrolls it to the top.
     void goToTableRow(int row);
     void toggleWrap();
@@ -146,6 +151,9 @@ private:
     LogRows rows_;
     QList<Instant> instants_;  // of rows_, read once per load and extended as rows arrive
     Instant newest_ = kNoInstant;
+    bool instantsReady_ = false;
+    quint64 loads_ = 0;  // tells a late answer from the side which load it was for
+    QThreadPool timeLane_;
     // The window the shown rows were filtered with: "Last …" moves as newer rows arrive.
     std::optional<TimeWindow> appliedWindow_;
     QString currentPath_;
