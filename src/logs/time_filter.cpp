@@ -40,7 +40,7 @@ std::optional<TimeWindow> timeWindow(const TimeFilter& filter, Instant newest) {
             back = 60 * kMinuteMs;
             break;
         case TimeChoice::lastDay:
-            back = 24 * 60 * kMinuteMs;
+            back = kMinuteMs * 60 * 24;
             break;
     }
     // An empty window: no row carries an instant, so no row can be in the last anything.
