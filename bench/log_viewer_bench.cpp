@@ -6,7 +6,9 @@
 // turning Wrap on, and one wheel notch while that line scrolls past, wrapped
 // (1) or not (0). Then "All logs" over nine such tails (and the two small
 // logs): opening it until its last row is on screen, and one keystroke in its
-// search. Report medians:
+// search. And what the time filter and the timeline add to a load of the same
+// 4 MB tail: reading every row's instant (0), then counting all rows into a
+// timeline of at most 150 bars (1). Report medians:
 //   ./log_viewer_bench --benchmark_repetitions=10 --benchmark_report_aggregates_only=true
 #include <benchmark/benchmark.h>
 
@@ -25,7 +27,11 @@
 #include <QWheelEvent>
 #include <cstdlib>
 #include <memory>
+#include <numeric>
 
+#include "logs/log_follow.h"
+#include "logs/time_filter.h"
+#include "logs/timeline.h"
 #include "platform/sandbox.h"
 #include "support/log_corpus.h"
 #include "viewer/log_viewer.h"
@@ -242,6 +248,24 @@ BENCHMARK(BM_ScrollPastLongLine)
     ->Args({200'000, 0})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
+
+void BM_InstantsAndTimeline(benchmark::State& state) {
+    varnel::LogFollow follow(logPath);
+    follow.load();
+    const varnel::LogRows& rows = follow.rows();
+    QList<qsizetype> all(rows.size());
+    std::iota(all.begin(), all.end(), 0);
+    const bool buckets = state.range(0) != 0;
+    qsizetype counted = 0;
+    for (auto _ : state) {
+        const QList<varnel::Instant> instants = varnel::rowInstants(rows);
+        if (buckets) counted = varnel::buildTimeline(rows, instants, all, 150).buckets.size();
+        benchmark::DoNotOptimize(instants.data());
+    }
+    state.counters["rows"] = double(rows.size());
+    if (buckets) state.counters["bars"] = double(counted);
+}
+BENCHMARK(BM_InstantsAndTimeline)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

@@ -55,6 +55,7 @@ MergedRows mergeRows(const QList<LogRows>& logs, QThreadPool* lane) {
     picks.reserve(size_t(total));
     MergedRows merged;
     merged.logOf.reserve(total);
+    merged.instants.reserve(total);
     // The logs are few, so looking at every head costs less than keeping them
     // in a heap; the strict comparison lets the earlier log win a tie.
     while (qsizetype(picks.size()) < total) {
@@ -75,6 +76,7 @@ MergedRows mergeRows(const QList<LogRows>& logs, QThreadPool* lane) {
         do {
             picks.push_back({best, head.next});
             merged.logOf.append(keptIndex[best]);
+            merged.instants.append(bestInstant);
             ++head.next;
         } while (head.next < head.instants.size() && head.instants[head.next] == bestInstant);
     }

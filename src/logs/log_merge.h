@@ -10,6 +10,7 @@
 #include "logs/log_follow.h"
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
+#include "logs/row_time.h"
 
 class QThreadPool;
 
@@ -18,7 +19,8 @@ namespace varnel {
 // Several logs' rows as one load, with the log each row came from.
 struct MergedRows {
     LogRows rows;
-    QList<qint32> logOf;  // per row: its log's index in the list merged
+    QList<qint32> logOf;      // per row: its log's index in the list merged
+    QList<Instant> instants;  // per row, as rowInstants() gives them in its own log
 };
 
 // The rows of every log in time order. Each row goes by its instant (see

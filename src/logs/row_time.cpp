@@ -9,8 +9,6 @@ namespace {
 
 constexpr qint64 kMsPerDay = 86'400'000;
 constexpr qint64 kMsPerHour = 3'600'000;
-// Half a year of hours: beyond that a log is spread too thin for keeping them to pay.
-constexpr qsizetype kOffsetsKept = 4096;
 
 // Days from 1970-01-01 to a proleptic Gregorian date: the well-known civil-from-days
 // inverse, exact for every year a log can carry.
@@ -127,18 +125,48 @@ std::optional<Instant> InstantReader::operator()(QUtf8StringView time) {
     return wallMs - sign * (qint64(offsetHours) * 60 + offsetMinutes) * 60'000;
 }
 
-qint64 InstantReader::localOffsetMs(qint64 localMs) {
-    const qint64 hour = localMs / kMsPerHour;
-    if (const auto known = offsetByHour_.constFind(hour); known != offsetByHour_.cend())
-        return *known;
-    if (offsetByHour_.size() >= kOffsetsKept) offsetByHour_.clear();
+namespace {
+
+// Asks the system, which costs a look at the zone file each time: far more than a parse.
+qint64 systemOffsetMs(qint64 localMs) {
     // Taken as UTC first to find the offset that applies near it, then asked again at the
     // instant that offset gives, which settles every hour but the one a clock change skips.
     const QDateTime guess = QDateTime::fromMSecsSinceEpoch(localMs, QTimeZone::utc());
     const QDateTime local(guess.date(), guess.time());
-    const qint64 offset = qint64(local.offsetFromUtc()) * 1000;
-    offsetByHour_.insert(hour, offset);
-    return offset;
+    return qint64(local.offsetFromUtc()) * 1000;
+}
+
+qint64 floorDiv(qint64 a, qint64 b) {
+    return a / b - (a % b != 0 && a < 0 ? 1 : 0);
+}
+
+}  // namespace
+
+qint64 InstantReader::localOffsetMs(qint64 localMs) {
+    const qint64 hour = localMs / kMsPerHour;
+    if (hour == cachedHour_) return cachedOffsetMs_;
+    // Bounded: a hostile log could name a different hour on every line.
+    if (offsetsByHour_.size() >= 4096) offsetsByHour_.clear();
+    if (offsetsByDay_.size() >= 4096) offsetsByDay_.clear();
+    const qint64 day = floorDiv(localMs, kMsPerDay);
+    auto byDay = offsetsByDay_.constFind(day);
+    if (byDay == offsetsByDay_.cend()) {
+        // Clocks change at most once a day: a day that ends on the offset it began with had
+        // that offset throughout.
+        const qint64 begins = systemOffsetMs(day * kMsPerDay);
+        const bool whole = begins == systemOffsetMs(day * kMsPerDay + kMsPerDay - 1);
+        byDay = offsetsByDay_.insert(day, whole ? std::optional(begins) : std::nullopt);
+    }
+    if (*byDay) {
+        cachedOffsetMs_ = **byDay;
+    } else {
+        auto byHour = offsetsByHour_.constFind(hour);
+        if (byHour == offsetsByHour_.cend())
+            byHour = offsetsByHour_.insert(hour, systemOffsetMs(localMs));
+        cachedOffsetMs_ = *byHour;
+    }
+    cachedHour_ = hour;
+    return cachedOffsetMs_;
 }
 
 QList<Instant> rowInstants(const LogRows& rows) {

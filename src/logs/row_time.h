@@ -19,9 +19,8 @@ inline constexpr Instant kNoInstant = std::numeric_limits<Instant>::min();
 // Reads the times logs write: "2024-05-01T10:00:00Z", "2024-05-01 10:00:00.123+02:00" (any
 // fraction, a zone or none, which is the machine's local time) and the numbers JSON lines carry
 // (seconds, milliseconds, microseconds or nanoseconds since the epoch, told apart by size).
-// Anything else, or a date that does not exist, is no instant. Keeps the local offset of every
-// hour it looked up (a few thousand at most): asking the time zone costs microseconds, and the
-// rows of several logs, or of one written out of order, go back and forth between hours.
+// Anything else, or a date that does not exist, is no instant. Keeps the local offsets of the
+// hours it looked up: a log's rows mostly share one, and the rest come back to a few.
 class InstantReader {
 public:
     std::optional<Instant> operator()(QUtf8StringView time);
@@ -29,7 +28,11 @@ public:
 private:
     qint64 localOffsetMs(qint64 localMs);
 
-    QHash<qint64, qint64> offsetByHour_;  // local time in hours -> milliseconds east of UTC
+    qint64 cachedHour_ = std::numeric_limits<qint64>::min();  // local time, in hours
+    qint64 cachedOffsetMs_ = 0;
+    // By local day when the whole day has one offset, else by local hour.
+    QHash<qint64, std::optional<qint64>> offsetsByDay_;
+    QHash<qint64, qint64> offsetsByHour_;
 };
 
 // One instant per row: its own time, else that of the nearest timed row before it (a line

@@ -4,6 +4,7 @@
 #include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
+#include <QDateTimeEdit>
 #include <QEvent>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -41,6 +42,7 @@
 #include "viewer/message_layout.h"
 #include "viewer/row_detail_pane.h"
 #include "viewer/row_exporter.h"
+#include "viewer/timeline_strip.h"
 
 namespace varnel {
 
@@ -134,6 +136,9 @@ LogViewer::LogViewer(QObject* parent)
     heightTimer_->setSingleShot(true);
     heightTimer_->setInterval(0);
     connect(heightTimer_, &QTimer::timeout, this, &LogViewer::relayoutRows);
+
+    // One load's instants at a time; a newer load makes an older answer moot anyway.
+    timeLane_.setMaxThreadCount(1);
 }
 
 LogViewer::~LogViewer() {
@@ -164,7 +169,9 @@ void LogViewer::build() {
     content->addLayout(buildChoosers());
     content->addSpacing(6);
     content->addLayout(buildModesAndActions());
-    content->addSpacing(10);
+    content->addSpacing(8);
+    content->addLayout(buildTimeRow());
+    content->addSpacing(6);
     content->addWidget(buildTableAndDetails(), 1);
     content->addSpacing(6);
     content->addLayout(buildStatusRow());
@@ -273,6 +280,48 @@ QLayout* LogViewer::buildModesAndActions() {
     for (QWidget* widget : {static_cast<QWidget*>(reload), static_cast<QWidget*>(openFolder),
                             static_cast<QWidget*>(exportButton)})
         row->addWidget(widget, 0, Qt::AlignVCenter);
+    return row;
+}
+
+QLayout* LogViewer::buildTimeRow() {
+    timePopup_ = new QComboBox(window_);
+    timePopup_->setObjectName(QStringLiteral("timePopup"));
+    timePopup_->setAccessibleName(QStringLiteral("Time"));
+    for (const TimeChoice choice : timeChoices())
+        timePopup_->addItem(timeChoiceTitle(choice).toString());
+    connect(timePopup_, &QComboBox::currentIndexChanged, this, &LogViewer::timeChoiceChanged);
+
+    // Typed or stepped with the arrow keys; without spin buttons both ends fit a narrow window.
+    const auto rangeEdit = [this](const char* name, const QString& what) {
+        auto* edit = new QDateTimeEdit(window_);
+        edit->setObjectName(QLatin1String(name));
+        edit->setAccessibleName(what);
+        edit->setToolTip(what);
+        edit->setDisplayFormat(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+        edit->setButtonSymbols(QAbstractSpinBox::NoButtons);
+        connect(edit, &QDateTimeEdit::dateTimeChanged, this, [this] { applyFilter(false); });
+        return edit;
+    };
+    rangeFrom_ = rangeEdit("rangeFrom", QStringLiteral("From"));
+    rangeTo_ = rangeEdit("rangeTo", QStringLiteral("To"));
+    rangeBox_ = new QWidget(window_);
+    auto* range = new QHBoxLayout(rangeBox_);
+    range->setContentsMargins(0, 0, 0, 0);
+    range->setSpacing(4);
+    range->addWidget(rangeFrom_);
+    range->addWidget(new QLabel(QStringLiteral("\u2013"), rangeBox_));
+    range->addWidget(rangeTo_);
+    rangeBox_->hide();
+
+    strip_ = new TimelineStrip(window_);
+    connect(strip_, &TimelineStrip::rowChosen, this, &LogViewer::goToTableRow);
+
+    auto* row = new QHBoxLayout;
+    row->setSpacing(8);
+    row->addWidget(labelFor(timePopup_, QStringLiteral("Time:")), 0, Qt::AlignVCenter);
+    row->addWidget(timePopup_, 0, Qt::AlignVCenter);
+    row->addWidget(rangeBox_, 0, Qt::AlignVCenter);
+    row->addWidget(strip_, 1);
     return row;
 }
 
@@ -469,10 +518,15 @@ void LogViewer::loadSelected(bool preserveScroll) {
     const QString path = selectedSourcePath();
     if (path.isEmpty()) {
         rows_ = LogRows();
+        ++loads_;
+        instants_.clear();
+        newest_ = kNoInstant;
+        instantsReady_ = true;
         currentPath_.clear();
         truncated_ = false;
         heightCacheWidth_ = -1;
         model_->setContent(rows_, {});
+        strip_->setContent(rows_, instants_, {});
         setNewRows(0);
         statusLabel_->setText(QStringLiteral("No Varnel logs found yet."));
         return;
@@ -482,6 +536,7 @@ void LogViewer::loadSelected(bool preserveScroll) {
     follow_.load();
     truncated_ = follow_.truncated();
     rows_ = follow_.rows();
+    readInstants();
     heightCacheWidth_ = -1;
     if (previousPath != currentPath_) table_->selectionModel()->clear();
     applyFilter(!preserveScroll);
@@ -497,6 +552,7 @@ void LogViewer::loadAll(bool preserveScroll) {
     for (const LogSource& source : sources_) titles.append(source.title);
     model_->setRowLogs(std::move(titles), all_.merged().logOf);
     rows_ = all_.merged().rows;
+    takeInstants(all_.merged().instants);
     truncated_ = all_.truncatedCount() > 0;
     heightCacheWidth_ = -1;
     if (entering) {
@@ -530,6 +586,7 @@ void LogViewer::bringAllUpToDate(bool followEnd) {
     for (const LogSource& source : all_.sources()) titles.append(source.title);
     model_->setRowLogs(std::move(titles), all_.merged().logOf);
     rows_ = all_.merged().rows;
+    takeInstants(all_.merged().instants);
     truncated_ = all_.truncatedCount() > 0;
     heightCacheWidth_ = -1;
     table_->selectionModel()->clear();
@@ -593,6 +650,7 @@ void LogViewer::bringUpToDate(bool followEnd) {
     truncated_ = follow_.truncated();
     if (change.kind == LogFollowChange::Kind::reloaded) {
         rows_ = follow_.rows();
+        readInstants();
         heightCacheWidth_ = -1;
         applyFilter(toEnd);
         return;
@@ -607,11 +665,35 @@ void LogViewer::bringUpToDate(bool followEnd) {
         heightCacheWidth_ = -1;
     }
     rows_ = follow_.rows();
-    // The search and the level have not changed, so only new rows need a look.
+    if (!instantsReady_) {
+        ensureInstants();
+    } else {
+        followInstants(instants_, rows_, change);
+        if (change.dropped > 0)
+            newest_ = newestInstant(instants_);
+        else
+            for (qsizetype i = rows_.size() - change.added; i < rows_.size(); ++i)
+                newest_ = std::max(newest_, instants_[i]);
+    }
+    // "Last …" counts back from the newest row: when that moved, older rows may have left.
+    const std::optional<TimeWindow> window = timeWindowNow();
+    if (window != appliedWindow_) {
+        applyFilter(toEnd);
+        return;
+    }
+    // The search, the level and the times have not changed, so only new rows need a look.
     const RowFilter filter = rowFilter();
+    const qsizetype shownBefore = model_->shown().size();
+    const qsizetype lastShownBefore = shownBefore > 0 ? model_->shown().last() : -1;
     model_->applyGrowth(rows_, change, [&](const LogRows& rows, qsizetype from, qsizetype to) {
-        return filterRows(rows, filter, from, to);
+        return filterRows(rows, instants_, filter, window, from, to);
     });
+    const QList<qsizetype>& shown = model_->shown();
+    if (change.dropped == 0 && change.rederived == 0 && shown.size() >= shownBefore &&
+        (shownBefore == 0 || shown[shownBefore - 1] == lastShownBefore))
+        strip_->extendContent(rows_, instants_, shown, shownBefore);
+    else
+        strip_->setContent(rows_, instants_, shown);
     updateRowHeights();
     updateStatusLine();
     if (toEnd) {
@@ -636,9 +718,88 @@ RowFilter LogViewer::rowFilter() const {
             searchField_->text()};
 }
 
+void LogViewer::readInstants() {
+    ++loads_;
+    instantsReady_ = false;
+    instants_.clear();
+    newest_ = kNoInstant;
+    if (timeChoices().value(timePopup_->currentIndex(), TimeChoice::all) != TimeChoice::all) {
+        ensureInstants();
+        return;
+    }
+    inBackground(
+        timeLane_, this, [rows = rows_] { return rowInstants(rows); },
+        [this, load = loads_](QList<Instant> instants) {
+            if (load != loads_ || instantsReady_) return;
+            instants_ = std::move(instants);
+            newest_ = newestInstant(instants_);
+            instantsReady_ = true;
+            strip_->setContent(rows_, instants_, model_->shown());
+        });
+}
+
+void LogViewer::takeInstants(QList<Instant> instants) {
+    ++loads_;  // an answer still on its way from the side is for rows no longer shown
+    instants_ = std::move(instants);
+    newest_ = newestInstant(instants_);
+    instantsReady_ = true;
+}
+
+void LogViewer::ensureInstants() {
+    if (instantsReady_) return;
+    instants_ = rowInstants(rows_);
+    newest_ = newestInstant(instants_);
+    instantsReady_ = true;
+}
+
+std::optional<TimeWindow> LogViewer::timeWindowNow() const {
+    TimeFilter filter;
+    filter.choice = timeChoices().value(timePopup_->currentIndex(), TimeChoice::all);
+    if (filter.choice == TimeChoice::range) {
+        const Instant from = rangeFrom_->dateTime().toMSecsSinceEpoch();
+        const Instant to = rangeTo_->dateTime().toMSecsSinceEpoch();
+        // The editors show whole seconds: the later end's second is included whole.
+        filter.rangeFrom = std::min(from, to);
+        filter.rangeTo = std::max(from, to) + 999;
+    }
+    return timeWindow(filter, newest_);
+}
+
+void LogViewer::timeChoiceChanged() {
+    const TimeChoice choice = timeChoices().value(timePopup_->currentIndex(), TimeChoice::all);
+    if (choice != TimeChoice::all) ensureInstants();
+    const bool range = choice == TimeChoice::range;
+    if (range && newest_ != kNoInstant) {
+        // A range that misses the whole log is left from another log or another day: start
+        // from the span of this one instead.
+        Instant oldest = newest_;
+        for (const Instant at : std::as_const(instants_))
+            if (at != kNoInstant) oldest = std::min(oldest, at);
+        const Instant from = rangeFrom_->dateTime().toMSecsSinceEpoch();
+        const Instant to = rangeTo_->dateTime().toMSecsSinceEpoch() + 999;
+        if (std::max(from, to) < oldest || std::min(from, to) > newest_) {
+            const QSignalBlocker quietFrom(rangeFrom_);
+            const QSignalBlocker quietTo(rangeTo_);
+            rangeFrom_->setDateTime(QDateTime::fromMSecsSinceEpoch(oldest));
+            rangeTo_->setDateTime(QDateTime::fromMSecsSinceEpoch(newest_));
+        }
+    }
+    rangeBox_->setVisible(range);
+    applyFilter(false);
+}
+
+void LogViewer::goToTableRow(int row) {
+    if (row < 0 || row >= model_->rowCount()) return;
+    const QModelIndex target = model_->index(row, 0);
+    table_->selectionModel()->setCurrentIndex(
+        target, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    table_->scrollTo(target, QAbstractItemView::PositionAtTop);
+}
+
 void LogViewer::applyFilter(bool scrollToEnd) {
     const RowFilter filter = rowFilter();
-    QList<qsizetype> shown = filterRows(rows_, filter);
+    appliedWindow_ = timeWindowNow();
+    QList<qsizetype> shown = filterRows(rows_, instants_, filter, appliedWindow_);
     delegate_->setSearch(filter.search);
 
     // The selection stays on the same lines of the log, wherever they move.
@@ -649,6 +810,8 @@ void LogViewer::applyFilter(bool scrollToEnd) {
     const int scrolledTo = table_->verticalScrollBar()->value();
 
     model_->setContent(rows_, std::move(shown));
+    // Until the instants are read the strip stays empty rather than count the wrong rows.
+    strip_->setContent(rows_, instants_, instantsReady_ ? model_->shown() : QList<qsizetype>());
     updateRowHeights();
     if (!selected.isEmpty())
         table_->selectionModel()->select(rowsIn(model_->shown(), selected, model_),

@@ -3,6 +3,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QThreadPool>
 #include <memory>
 #include <optional>
 
@@ -12,9 +13,11 @@
 #include "logs/log_registry.h"
 #include "logs/log_rows.h"
 #include "logs/row_navigation.h"
+#include "logs/time_filter.h"
 
 class QCheckBox;
 class QComboBox;
+class QDateTimeEdit;
 class QEvent;
 class QLabel;
 class QLayout;
@@ -31,16 +34,19 @@ class LogTableView;
 class MessageLayout;
 class RowDetailPane;
 class RowExporter;
+class TimelineStrip;
 
 // The one log window, "Varnel Logs": the tail of one of the suite's logs (or,
 // as "All logs", of every one merged by time, with a Log column) as a table of
 // time, level, source and message, with a level filter, a live search that
-// marks what it finds and steps from row to row, Follow, Wrap, a detail pane
-// for the selected row, jumps between errors and warnings, Reload, Open Folder
-// and Export. Built on the first show() and kept when closed. Children carry
-// object names (logPopup, levelPopup, searchField, followCheck, wrapCheck,
-// detailsCheck, previousProblemButton, nextProblemButton, reloadButton,
-// openFolderButton, exportButton, table, detailPane, statusLine,
+// marks what it finds and steps from row to row, a time filter, a timeline of
+// the shown rows, Follow, Wrap, a detail pane for the selected row, jumps
+// between errors and warnings, Reload, Open Folder and Export. Built on the
+// first show() and kept when closed. Children carry object names (logPopup,
+// levelPopup, searchField, followCheck, wrapCheck, detailsCheck,
+// previousProblemButton, nextProblemButton, reloadButton, openFolderButton,
+// exportButton, timePopup, rangeFrom, rangeTo, timelineStrip, table,
+// detailPane, statusLine,
 // newRowsNotice, rowMenu, exportDialog, exportError, followTimer) so tests and
 // tools can find them.
 class LogViewer : public QObject {
@@ -64,6 +70,8 @@ private:
     void build();
     QLayout* buildChoosers();
     QLayout* buildModesAndActions();
+    // The time chooser beside the timeline of what the table shows.
+    QLayout* buildTimeRow();
     QWidget* buildTableAndDetails();
     void buildTable();
     QLayout* buildStatusRow();
@@ -92,6 +100,17 @@ private:
     void applyFilter(bool scrollToEnd);
     // The chosen level and search; any level when nothing is chosen.
     RowFilter rowFilter() const;
+    // The instants the time choice lets through now, none for all times.
+    std::optional<TimeWindow> timeWindowNow() const;
+    void timeChoiceChanged();
+    // The rows' instants for a fresh load: read on the side when nothing waits for them, so
+    // that the table shows first; at once when a time choice needs them.
+    void readInstants();
+    void ensureInstants();
+    // Instants read elsewhere (the merge of every log reads them anyway).
+    void takeInstants(QList<Instant> instants);
+    // Selects a table row and scrolls it to the top.
+    void goToTableRow(int row);
     void toggleWrap();
     void toggleFollow();
     void revealCurrent();
@@ -130,6 +149,11 @@ private:
     QComboBox* logPopup_ = nullptr;
     QComboBox* levelPopup_ = nullptr;
     QLineEdit* searchField_ = nullptr;
+    QComboBox* timePopup_ = nullptr;
+    QWidget* rangeBox_ = nullptr;
+    QDateTimeEdit* rangeFrom_ = nullptr;
+    QDateTimeEdit* rangeTo_ = nullptr;
+    TimelineStrip* strip_ = nullptr;
     QCheckBox* followCheck_ = nullptr;
     QCheckBox* wrapCheck_ = nullptr;
     QCheckBox* detailsCheck_ = nullptr;
@@ -149,6 +173,13 @@ private:
     AllLogs all_;
     bool allMode_ = false;
     LogRows rows_;
+    QList<Instant> instants_;  // of rows_, read once per load and extended as rows arrive
+    Instant newest_ = kNoInstant;
+    bool instantsReady_ = false;
+    quint64 loads_ = 0;  // tells a late answer from the side which load it was for
+    QThreadPool timeLane_;
+    // The window the shown rows were filtered with: "Last …" moves as newer rows arrive.
+    std::optional<TimeWindow> appliedWindow_;
     QString currentPath_;
     bool truncated_ = false;
     bool wrapEnabled_ = false;

@@ -7,6 +7,7 @@
 #include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
+#include <QDateTimeEdit>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -28,6 +29,7 @@
 #include <QTest>
 #include <QTextDocument>
 #include <QThread>
+#include <QTimeZone>
 #include <QTimer>
 #include <QToolButton>
 #include <functional>
@@ -40,6 +42,7 @@
 #include "viewer/log_cell_delegate.h"
 #include "viewer/log_table_model.h"
 #include "viewer/message_layout.h"
+#include "viewer/timeline_strip.h"
 
 void PrintTo(const QString& text, std::ostream* out) {
     *out << '"' << text.toStdString() << '"';
@@ -399,6 +402,8 @@ TEST_F(LogViewerTest, ALineWithoutBreakPointsIsCutInTheTableAndWholeInDetailsAnd
 TEST_F(LogViewerTest, HalfALaptopScreenIsWideEnoughAndControlsAreNamedForReaders) {
     viewer.show();
     QWidget* window = viewer.window();
+    // The widest the tool rows get: with a range to give.
+    child<QComboBox>("timePopup")->setCurrentText(QStringLiteral("Range\u2026"));
     EXPECT_LE(window->minimumSizeHint().width(), 600);
     window->resize(600, 600);
     QCoreApplication::processEvents();
@@ -406,8 +411,8 @@ TEST_F(LogViewerTest, HalfALaptopScreenIsWideEnoughAndControlsAreNamedForReaders
         EXPECT_TRUE(!part->isVisibleTo(window) || part->geometry().right() <= 600 - 12)
             << part->objectName().toStdString();
 
-    for (const char* name :
-         {"searchField", "logPopup", "levelPopup", "table", "followCheck", "wrapCheck"}) {
+    for (const char* name : {"searchField", "logPopup", "levelPopup", "timePopup", "rangeFrom",
+                             "timelineStrip", "table", "followCheck", "wrapCheck"}) {
         QAccessibleInterface* control = QAccessible::queryAccessibleInterface(child<QWidget>(name));
         EXPECT_FALSE(control->text(QAccessible::Name).isEmpty()) << name;
         EXPECT_EQ(control->relations(QAccessible::Label).size(),
@@ -687,9 +692,135 @@ TEST_F(LogViewerTest, AllLogsMergesEveryLogByTimeWithALogColumnAndFollowsThem) {
     EXPECT_TRUE(lastRowVisible());
     child<QCheckBox>("followCheck")->setChecked(false);
 
+    // The time filter and the timeline go by the merged rows' own times.
+    writeLog(agentOut, QStringLiteral("2024-05-01T10:10:00Z INFO later\n"), true);
+    child<QPushButton>("reloadButton")->click();
+    ASSERT_EQ(rows(), 5);
+    auto* time = child<QComboBox>("timePopup");
+    time->setCurrentText(QStringLiteral("Last 5 minutes"));
+    EXPECT_EQ(shown(), QStringList({out + "|later"}));
+    int counted = 0;
+    for (const TimelineBucket& bucket : child<TimelineStrip>("timelineStrip")->timeline().buckets)
+        counted += bucket.total();
+    EXPECT_EQ(counted, 1);
+    time->setCurrentText(QStringLiteral("All times"));
+
     // Back to one log: its own rows and no Log column.
     popup->setCurrentIndex(0);
     EXPECT_TRUE(t->isColumnHidden(LogTableModel::logColumn));
-    EXPECT_EQ(rows(), 2);
-    EXPECT_EQ(status(), QStringLiteral("2 of 2 lines \u00B7 ") + agentOut);
+    EXPECT_EQ(rows(), 3);
+    EXPECT_EQ(status(), QStringLiteral("3 of 3 lines \u00B7 ") + agentOut);
+}
+
+namespace {
+
+// One row a minute from 10:00 UTC; every tenth an ERROR.
+QString minuteLines(int from, int count) {
+    QString text;
+    for (int i = from; i < from + count; ++i)
+        text += QStringLiteral("2024-05-01T%1:%2:00Z %3 minute %4\n")
+                    .arg(10 + i / 60, 2, 10, QLatin1Char('0'))
+                    .arg(i % 60, 2, 10, QLatin1Char('0'))
+                    .arg(QLatin1String(i % 10 == 0 ? "ERROR" : "INFO"))
+                    .arg(i);
+    return text;
+}
+
+QDateTime minute(int i) {
+    return QDateTime(QDate(2024, 5, 1), QTime(10, 0), QTimeZone::utc()).addSecs(60 * i);
+}
+
+}  // namespace
+
+TEST_F(LogViewerTest, TheTimeChoiceNarrowsWithLevelAndSearchAndMovesWithTheNewestRow) {
+    writeLog(agentOut, QStringLiteral("untimed first line\n") + minuteLines(0, 120));
+    viewer.show();
+    auto* time = child<QComboBox>("timePopup");
+    auto* from = child<QDateTimeEdit>("rangeFrom");
+    auto* to = child<QDateTimeEdit>("rangeTo");
+    ASSERT_EQ(rows(), 121);
+
+    time->setCurrentText(QStringLiteral("Last 5 minutes"));  // 11:54 to 11:59, both included
+    EXPECT_EQ(rows(), 6);
+    EXPECT_EQ(cell(0, 3), QStringLiteral("minute 114"));
+    EXPECT_EQ(status(), QStringLiteral("6 of 121 lines · ") + agentOut);
+    child<QComboBox>("levelPopup")->setCurrentText(QStringLiteral("ERROR"));
+    EXPECT_EQ(rows(), 0);
+    time->setCurrentText(QStringLiteral("Last hour"));
+    EXPECT_EQ(rows(), 6);  // 10:59 to 11:59 holds the errors of minutes 60 to 110
+    child<QLineEdit>("searchField")->setText(QStringLiteral("minute 11"));
+    EXPECT_EQ(rows(), 1);
+    child<QLineEdit>("searchField")->clear();
+    child<QComboBox>("levelPopup")->setCurrentText(QStringLiteral("All levels"));
+
+    // A range starts as the whole log, which hides only the line no time can place.
+    EXPECT_FALSE(from->isVisibleTo(viewer.window()));
+    time->setCurrentText(QStringLiteral("Range\u2026"));
+    EXPECT_TRUE(from->isVisibleTo(viewer.window()));
+    EXPECT_EQ(rows(), 120);
+    from->setDateTime(minute(30).toLocalTime());
+    to->setDateTime(minute(39).toLocalTime());
+    EXPECT_EQ(rows(), 10);
+    to->setDateTime(minute(20).toLocalTime());  // backwards reads forwards
+    EXPECT_EQ(rows(), 11);
+    EXPECT_EQ(cell(0, 3), QStringLiteral("minute 20"));
+
+    // New rows move "Last 5 minutes" on: rows fall out of the front as well as join at the end.
+    time->setCurrentText(QStringLiteral("Last 5 minutes"));
+    writeLog(agentOut, minuteLines(120, 3), true);
+    child<QPushButton>("reloadButton")->click();
+    EXPECT_EQ(rows(), 6);
+    EXPECT_EQ(cell(0, 3), QStringLiteral("minute 117"));
+    EXPECT_EQ(cell(5, 3), QStringLiteral("minute 122"));
+    time->setCurrentText(QStringLiteral("All times"));
+    EXPECT_EQ(rows(), 124);
+}
+
+TEST_F(LogViewerTest, TheTimelineCountsWhatIsShownAndABarClickedScrollsToItsFirstRow) {
+    writeLog(agentOut, minuteLines(0, 600));
+    viewer.show();
+    auto* strip = child<TimelineStrip>("timelineStrip");
+    // The instants are read beside the table: the bars come a moment after the rows.
+    ASSERT_TRUE(waitFor([&] { return !strip->timeline().buckets.isEmpty(); }));
+    EXPECT_TRUE(lastRowVisible());
+    const auto countedRows = [&] {
+        int sum = 0;
+        for (const TimelineBucket& bucket : strip->timeline().buckets) sum += bucket.total();
+        return sum;
+    };
+    // Ten hours: round buckets of several minutes, every row in one, bars at least 6 px wide.
+    const Timeline timeline = strip->timeline();
+    const qsizetype count = timeline.buckets.size();
+    ASSERT_GE(count, 20);
+    ASSERT_LE(count, strip->width() / 6);
+    EXPECT_EQ(countedRows(), 600);
+    EXPECT_TRUE(
+        strip->accessibleDescription().contains(QStringLiteral(" \u00B7 600 lines: 60 errors.")));
+
+    // A bar a quarter in: its first row goes to the top, selected.
+    const qsizetype b = count / 4;
+    const int first =
+        int((timeline.bucketStart(b) - minute(0).toMSecsSinceEpoch() + 59'999) / 60'000);
+    EXPECT_EQ(timeline.buckets[b].firstRow, first);
+    const int x = 2 + int((2 * b + 1) * (strip->width() - 4) / (2 * count));
+    ASSERT_EQ(strip->bucketAt(x), b);
+    QTest::mouseClick(strip, Qt::LeftButton, {}, QPoint(x, strip->height() / 2));
+    EXPECT_EQ(table()->rowAt(0), first);
+    EXPECT_EQ(selectedRows(), QList<int>{first});
+    EXPECT_EQ(table()->currentIndex().row(), first);
+
+    // Filtered, the strip counts table rows and a click lands on the table row it names.
+    child<QComboBox>("levelPopup")->setCurrentText(QStringLiteral("ERROR"));
+    ASSERT_EQ(rows(), 60);
+    EXPECT_EQ(countedRows(), 60);
+    // An empty bar leads to the rows after it: the first error from the bar's start on.
+    const Timeline errors = strip->timeline();
+    const qsizetype at = strip->bucketAt(x);
+    ASSERT_GE(at, 0);
+    const int startMinute =
+        int((errors.bucketStart(at) - minute(0).toMSecsSinceEpoch() + 59'999) / 60'000);
+    QTest::mouseClick(strip, Qt::LeftButton, {}, QPoint(x, strip->height() / 2));
+    ASSERT_TRUE(table()->currentIndex().isValid());
+    EXPECT_EQ(cell(table()->currentIndex().row(), 3),
+              QStringLiteral("minute %1").arg((startMinute + 9) / 10 * 10));
 }
