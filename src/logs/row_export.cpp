@@ -30,7 +30,8 @@ ExportFormat exportFormatFor(QStringView fileName) {
                                                            : ExportFormat::rawLines;
 }
 
-QByteArray exportRows(const LogRows& rows, const QList<qsizetype>& shown, ExportFormat format) {
+QByteArray exportRows(const LogRows& rows, const QList<qsizetype>& shown, ExportFormat format,
+                      const RowLogs& logs) {
     QByteArray out;
     if (format == ExportFormat::rawLines) {
         for (const qsizetype index : shown) {
@@ -39,9 +40,15 @@ QByteArray exportRows(const LogRows& rows, const QList<qsizetype>& shown, Export
         }
         return out;
     }
-    out += "Time,Level,Source,Message\r\n";
+    const bool withLog = !logs.logOf.isEmpty();
+    out += withLog ? "Log,Time,Level,Source,Message\r\n" : "Time,Level,Source,Message\r\n";
     for (const qsizetype index : shown) {
         const LogRowView row = rows[index];
+        if (withLog) {
+            appendCsvField(out,
+                           QUtf8StringView(logs.titles.value(logs.logOf.value(index)).toUtf8()));
+            out += ',';
+        }
         appendCsvField(out, row.time);
         out += ',';
         appendCsvField(out, row.level);

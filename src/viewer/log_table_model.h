@@ -9,6 +9,7 @@
 
 #include "logs/log_follow.h"
 #include "logs/log_rows.h"
+#include "logs/row_export.h"
 
 namespace varnel {
 
@@ -36,6 +37,7 @@ public:
     // The log of each row (by index in the rows), by title, for the rows the
     // next setContent() brings; empty for the rows of one log.
     void setRowLogs(QStringList titles, QList<qint32> logOf);
+    RowLogs rowLogs() const { return {logTitles_, logOf_}; }
 
     // Which of rows [from, to) pass the filter, ascending.
     using Passing = std::function<QList<qsizetype>(const LogRows&, qsizetype from, qsizetype to)>;

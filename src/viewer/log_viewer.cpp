@@ -337,7 +337,7 @@ QWidget* LogViewer::buildTableAndDetails() {
     });
 
     exporter_ = new RowExporter(window_, [this](ExportFormat format) {
-        return exportRows(model_->rows(), model_->shown(), format);
+        return exportRows(model_->rows(), model_->shown(), format, model_->rowLogs());
     });
 
     auto* splitter = new QSplitter(Qt::Vertical, window_);

@@ -77,6 +77,16 @@ TEST(RowExport, RawLinesWholeAndCsvQuotedWhereNeededWithFormulasDisarmed) {
                              "2024-05-01 10:00:00,INFO,,\"a, \"\"b\"\"\"\r\n"
                              "2024-05-01 10:00:01,WARN,x,\"'=SUM(A1)  \u27F6  at f(x:1)\"\r\n")
                   .toUtf8());
+    // Rows of several logs lead with their log's title.
+    const RowLogs logs{{QStringLiteral("Agent \u2014 errors"), QStringLiteral("Proxy, main")},
+                       {1, 0, 1}};
+    EXPECT_EQ(
+        exportRows(rows, {2, 1}, ExportFormat::csv, logs),
+        QStringLiteral("Log,Time,Level,Source,Message\r\n"
+                       "\"Proxy, main\",2024-05-01 10:00:02,DEBUG,,skipped\r\n"
+                       "Agent \u2014 errors,2024-05-01 10:00:01,WARN,x,\"'=SUM(A1)  \u27F6  at "
+                       "f(x:1)\"\r\n")
+            .toUtf8());
     EXPECT_EQ(exportFormatFor(u"/tmp/rows.CSV"), ExportFormat::csv);
     EXPECT_EQ(exportFormatFor(u"/tmp/csv.log"), ExportFormat::rawLines);
 }
