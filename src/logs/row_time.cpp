@@ -49,6 +49,19 @@ bool expect(const char*& at, const char* end, char c) {
     return true;
 }
 
+// An optional "." and digits, read as milliseconds (digits past the third count for nothing);
+// false for a point with no digit after it.
+bool fraction(const char*& at, const char* end, qint64& ms) {
+    if (at == end || *at != '.') return true;
+    const char* const start = ++at;
+    qint64 scale = 100;
+    for (; at != end && *at >= '0' && *at <= '9'; ++at) {
+        ms += scale * qint64(*at - '0');
+        scale /= 10;
+    }
+    return at != start;
+}
+
 // A run of digits, optionally with a fraction, read as seconds since the epoch whatever its unit.
 std::optional<Instant> epochNumber(const char* at, const char* end) {
     qint64 whole = 0;
@@ -60,16 +73,7 @@ std::optional<Instant> epochNumber(const char* at, const char* end) {
     }
     if (wholeDigits == 0) return std::nullopt;
     qint64 fractionMs = 0;
-    if (at != end && *at == '.') {
-        ++at;
-        int scale = 100;
-        const char* start = at;
-        for (; at != end && *at >= '0' && *at <= '9'; ++at) {
-            fractionMs += scale * (*at - '0');
-            scale /= 10;
-        }
-        if (at == start) return std::nullopt;
-    }
+    if (!fraction(at, end, fractionMs)) return std::nullopt;
     if (at != end) return std::nullopt;
     // Ten digits are seconds until the year 2286; more are finer units.
     if (wholeDigits <= 11) return whole * 1000 + fractionMs;
@@ -101,16 +105,7 @@ std::optional<Instant> InstantReader::operator()(QUtf8StringView time) {
         minute > 59 || second > 60)
         return std::nullopt;
     qint64 ms = 0;
-    if (at != end && *at == '.') {
-        ++at;
-        const char* start = at;
-        int scale = 100;
-        for (; at != end && *at >= '0' && *at <= '9'; ++at) {
-            ms += scale * (*at - '0');
-            scale /= 10;
-        }
-        if (at == start) return std::nullopt;
-    }
+    if (!fraction(at, end, ms)) return std::nullopt;
     const qint64 wallMs = daysFromCivil(year, month, day) * kMsPerDay +
                           ((qint64(hour) * 60 + minute) * 60 + std::min(second, 59u)) * 1000 + ms;
     if (at == end) return wallMs - localOffsetMs(wallMs);
