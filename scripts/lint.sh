@@ -23,7 +23,7 @@ shell() {
 }
 
 configure() {
-    cmake -S . -B build-lint -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVARNEL_BUILD_TESTS=OFF \
+    cmake -S . -B build-lint -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVARNEL_BUILD_TESTS=OFF -DVARNEL_UNITY_BUILD=OFF \
         -DVARNEL_BUILD_BENCH=OFF >/dev/null
 }
 

@@ -26,7 +26,7 @@ namespace varnel::cli {
 
 namespace {
 
-const char* const usage =
+const char* const diagnoseUsage =
     "Usage: varnelctl diagnose [--output FILE]\n"
     "\n"
     "Writes a support bundle (.tar.gz) and prints its path: the status, the version\n"
@@ -300,7 +300,7 @@ QString about(const StatusReport& report, const QDateTime& made) {
 }  // namespace
 
 int diagnoseCommand(const QStringList& args, Io& io) {
-    Options options(QStringLiteral("diagnose"), usage);
+    Options options(QStringLiteral("diagnose"), diagnoseUsage);
     options.valued(QStringLiteral("output"), QStringLiteral("FILE"));
     if (const auto stop = options.parse(args, io)) return *stop;
     if (!options.positional().isEmpty())

@@ -14,7 +14,7 @@ namespace varnel::cli {
 
 namespace {
 
-const char* const usage =
+const char* const historyUsage =
     "Usage: varnelctl history [--json] [--since DURATION] [--service KEY]\n"
     "\n"
     "Prints the status history that Varnel Status keeps while it runs: each change\n"
@@ -112,7 +112,7 @@ std::optional<QByteArray> readHistoryTail(const QString& path, qsizetype maxByte
 }
 
 int historyCommand(const QStringList& args, Io& io) {
-    Options options(QStringLiteral("history"), usage);
+    Options options(QStringLiteral("history"), historyUsage);
     options.flag(QStringLiteral("json"));
     options.valued(QStringLiteral("since"), QStringLiteral("DURATION"));
     options.valued(QStringLiteral("service"), QStringLiteral("KEY"));

@@ -27,7 +27,7 @@ namespace varnel::cli {
 
 namespace {
 
-const char* const usage =
+const char* const logsUsage =
     "Usage: varnelctl logs list [--json]\n"
     "       varnelctl logs parse [FILE|-]\n"
     "       varnelctl logs show [--level LEVEL] [--search TEXT] [--json] [--follow]\n"
@@ -59,7 +59,7 @@ const char* const usage =
 constexpr quint64 kTailBytes = 4'000'000;
 
 Options logsOptions() {
-    return Options(QStringLiteral("logs"), usage);
+    return Options(QStringLiteral("logs"), logsUsage);
 }
 
 constexpr const char* kCommand = "logs";

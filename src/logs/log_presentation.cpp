@@ -8,7 +8,7 @@ namespace varnel {
 
 namespace {
 
-enum class Word { error, fatal, warn, info, debug, trace, other };
+enum class LevelWord { error, fatal, warn, info, debug, trace, other };
 
 uint unit(QChar c) {
     return c.unicode();
@@ -20,34 +20,34 @@ uint unit(Byte c) {
 
 // Character by character, which reads these ASCII words alike in UTF-16 and UTF-8.
 template <typename View>
-Word wordOf(View level) {
+LevelWord wordOf(View level) {
     static constexpr std::string_view words[] = {"ERROR", "FATAL", "WARN",
                                                  "INFO",  "DEBUG", "TRACE"};
     const qsizetype size = level.size();
-    for (int w = 0; w < int(Word::other); ++w) {
+    for (int w = 0; w < int(LevelWord::other); ++w) {
         const std::string_view word = words[w];
         if (qsizetype(word.size()) != size) continue;
         qsizetype i = 0;
         while (i < size && unit(level[i]) == uint(uchar(word[size_t(i)]))) ++i;
-        if (i == size) return Word(w);
+        if (i == size) return LevelWord(w);
     }
-    return Word::other;
+    return LevelWord::other;
 }
 
 template <typename View>
 SystemColor levelColorOf(View level) {
     switch (wordOf(level)) {
-        case Word::error:
-        case Word::fatal:
+        case LevelWord::error:
+        case LevelWord::fatal:
             return SystemColor::red;
-        case Word::warn:
+        case LevelWord::warn:
             return SystemColor::orange;
-        case Word::info:
+        case LevelWord::info:
             return SystemColor::green;
-        case Word::debug:
-        case Word::trace:
+        case LevelWord::debug:
+        case LevelWord::trace:
             return SystemColor::secondaryLabel;
-        case Word::other:
+        case LevelWord::other:
             break;
     }
     return SystemColor::label;
@@ -55,8 +55,9 @@ SystemColor levelColorOf(View level) {
 
 template <typename View>
 SystemColor messageColorOf(View level) {
-    const Word word = wordOf(level);
-    return word == Word::error || word == Word::fatal ? SystemColor::red : SystemColor::label;
+    const LevelWord word = wordOf(level);
+    return word == LevelWord::error || word == LevelWord::fatal ? SystemColor::red
+                                                                : SystemColor::label;
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ Instant utc(int h, int mi, int s) {
 
 // Rows 0..5: an untimed line, then rows at 09:00, 09:58, (an untimed row at 09:58), 10:00
 // (written before the 09:59 row: logs are not always in order) and 09:59.
-const char* const kLog =
+const char* const kTimedLog =
     "no time yet\n"
     "2024-05-01T09:00:00Z ERROR a: early failure\n"
     "2024-05-01T09:58:00Z WARN a: slow\n"
@@ -47,7 +47,7 @@ TEST(TimeFilter, WindowsCountBackFromTheNewestRowAndRangesReadEitherWay) {
 }
 
 TEST(TimeFilter, TimeCombinesWithLevelAndSearchAndUnplacedRowsPassOnlyWithoutIt) {
-    const LogRows rows = LogRows::build(QString::fromUtf8(kLog));
+    const LogRows rows = LogRows::build(QString::fromUtf8(kTimedLog));
     const QList<Instant> instants = rowInstants(rows);
     ASSERT_EQ(newestInstant(instants), utc(10, 0, 0));
     const auto window = [&](TimeFilter f) { return timeWindow(f, newestInstant(instants)); };
@@ -83,9 +83,9 @@ TEST(TimeFilter, FollowingKeepsTheInstantsAFullLoadWouldGive) {
         const char* more;
     } cases[] = {
         // Lines added, one of them folding into the last row.
-        {kLog, 0, "    at frame(1)\n2024-05-01T10:01:00Z INFO c: more\nuntimed\n"},
+        {kTimedLog, 0, "    at frame(1)\n2024-05-01T10:01:00Z INFO c: more\nuntimed\n"},
         // The front dropped while the next kept row has no time of its own.
-        {kLog, 3, "2024-05-01T10:02:00Z INFO c: more\n"},
+        {kTimedLog, 3, "2024-05-01T10:02:00Z INFO c: more\n"},
         // A dropped row's folded lines become rows of their own at the front.
         {"2024-05-01T10:00:00Z ERROR a: boom\n    at one\n    at two\nafter\n"
          "2024-05-01T10:00:05Z INFO b: ok\n",
@@ -139,7 +139,7 @@ TEST(Timeline, WidthIsTheSmallestRoundOneThatFits) {
 }
 
 TEST(Timeline, CountsShownRowsByLevelClassAndKnowsEachBucketsFirstRow) {
-    const LogRows rows = LogRows::build(QString::fromUtf8(kLog));
+    const LogRows rows = LogRows::build(QString::fromUtf8(kTimedLog));
     const QList<Instant> instants = rowInstants(rows);
     // Everything shown: 09:00 to 10:00 in at most 10 buckets is 15-minute buckets.
     Timeline all = buildTimeline(rows, instants, {0, 1, 2, 3, 4, 5}, 10);
@@ -170,7 +170,7 @@ TEST(Timeline, CountsShownRowsByLevelClassAndKnowsEachBucketsFirstRow) {
 }
 
 TEST(Timeline, ExtendingGivesWhatABuildWouldOrRefuses) {
-    const LogRows rows = LogRows::build(QString::fromUtf8(kLog));
+    const LogRows rows = LogRows::build(QString::fromUtf8(kTimedLog));
     const QList<Instant> instants = rowInstants(rows);
     const QList<qsizetype> shown = {0, 1, 2, 3, 4, 5};
     for (const qsizetype split : {2, 3, 4, 5}) {

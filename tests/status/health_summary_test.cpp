@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "support/health_letters.h"
+
 using namespace varnel;
+using namespace varnel::letters;
 
 namespace {
 
@@ -13,9 +16,6 @@ QList<ServiceStatus> statuses(std::initializer_list<Health> healths) {
     for (const Health health : healths) list.append({*spec++, health, QString()});
     return list;
 }
-
-constexpr Health R = Health::running, S = Health::stopped, I = Health::inactive,
-                 A = Health::attention, U = Health::unknown;
 
 }  // namespace
 

@@ -2,12 +2,12 @@
 
 #include "status/health_notifications.h"
 #include "status/status_history.h"
+#include "support/health_letters.h"
 
 using namespace varnel;
+using namespace varnel::letters;
 
 namespace {
-
-constexpr Health R = Health::running, S = Health::stopped, A = Health::attention;
 
 // The catalogue with agent, proxy and network extension as given, the rest running.
 QList<ServiceStatus> services(Health agent, Health proxy, Health sysext) {
