@@ -7,9 +7,6 @@ namespace varnel {
 
 namespace {
 
-constexpr qint64 kMsPerDay = 86'400'000;
-constexpr qint64 kMsPerHour = 3'600'000;
-
 // Days from 1970-01-01 to a proleptic Gregorian date: the well-known civil-from-days
 // inverse, exact for every year a log can carry.
 qint64 daysFromCivil(qint64 y, unsigned m, unsigned d) {
@@ -106,7 +103,7 @@ std::optional<Instant> InstantReader::operator()(QUtf8StringView time) {
         return std::nullopt;
     qint64 ms = 0;
     if (!fraction(at, end, ms)) return std::nullopt;
-    const qint64 wallMs = daysFromCivil(year, month, day) * kMsPerDay +
+    const qint64 wallMs = daysFromCivil(year, month, day) * kDayMs +
                           ((qint64(hour) * 60 + minute) * 60 + std::min(second, 59u)) * 1000 + ms;
     if (at == end) return wallMs - localOffsetMs(wallMs);
     if (*at == 'Z' && at + 1 == end) return wallMs;
@@ -131,25 +128,21 @@ qint64 systemOffsetMs(qint64 localMs) {
     return qint64(local.offsetFromUtc()) * 1000;
 }
 
-qint64 floorDiv(qint64 a, qint64 b) {
-    return a / b - (a % b != 0 && a < 0 ? 1 : 0);
-}
-
 }  // namespace
 
 qint64 InstantReader::localOffsetMs(qint64 localMs) {
-    const qint64 hour = localMs / kMsPerHour;
+    const qint64 hour = localMs / kHourMs;
     if (hour == cachedHour_) return cachedOffsetMs_;
     // Bounded: a hostile log could name a different hour on every line.
     if (offsetsByHour_.size() >= 4096) offsetsByHour_.clear();
     if (offsetsByDay_.size() >= 4096) offsetsByDay_.clear();
-    const qint64 day = floorDiv(localMs, kMsPerDay);
+    const qint64 day = floorDiv(localMs, kDayMs);
     auto byDay = offsetsByDay_.constFind(day);
     if (byDay == offsetsByDay_.cend()) {
         // Clocks change at most once a day: a day that ends on the offset it began with had
         // that offset throughout.
-        const qint64 begins = systemOffsetMs(day * kMsPerDay);
-        const bool whole = begins == systemOffsetMs(day * kMsPerDay + kMsPerDay - 1);
+        const qint64 begins = systemOffsetMs(day * kDayMs);
+        const bool whole = begins == systemOffsetMs(day * kDayMs + kDayMs - 1);
         byDay = offsetsByDay_.insert(day, whole ? std::optional(begins) : std::nullopt);
     }
     if (*byDay) {

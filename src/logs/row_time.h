@@ -13,6 +13,17 @@ namespace varnel {
 // Milliseconds since 1970-01-01T00:00:00Z.
 using Instant = qint64;
 
+// Lengths of time in the unit instants count in.
+inline constexpr qint64 kSecondMs = 1000;
+inline constexpr qint64 kMinuteMs = 60 * kSecondMs;
+inline constexpr qint64 kHourMs = 60 * kMinuteMs;
+inline constexpr qint64 kDayMs = 24 * kHourMs;
+
+// Division rounding down, also below zero: days and buckets before 1970 start earlier, not later.
+constexpr qint64 floorDiv(qint64 a, qint64 b) {
+    return a / b - (a % b != 0 && (a < 0) != (b < 0) ? 1 : 0);
+}
+
 // What rowInstants() gives a row that has no time and no timed row before it.
 inline constexpr Instant kNoInstant = std::numeric_limits<Instant>::min();
 

@@ -6,11 +6,9 @@ namespace varnel {
 
 namespace {
 
-constexpr qint64 kMinuteMs = 60'000;
-
 // By TimeChoice's order.
-constexpr QStringView kTitles[] = {u"All times", u"Last 5 minutes", u"Last hour", u"Last day",
-                                   u"Range\u2026"};
+constexpr QStringView kTimeTitles[] = {u"All times", u"Last 5 minutes", u"Last hour", u"Last day",
+                                       u"Range\u2026"};
 
 }  // namespace
 
@@ -22,7 +20,7 @@ const QList<TimeChoice>& timeChoices() {
 }
 
 QStringView timeChoiceTitle(TimeChoice choice) {
-    return kTitles[int(choice)];
+    return kTimeTitles[int(choice)];
 }
 
 std::optional<TimeWindow> timeWindow(const TimeFilter& filter, Instant newest) {

@@ -7,20 +7,9 @@ namespace varnel {
 
 namespace {
 
-constexpr qint64 kSecondMs = 1000;
-constexpr qint64 kMinuteMs = 60 * kSecondMs;
-constexpr qint64 kHourMs = 60 * kMinuteMs;
-constexpr qint64 kDayMs = 24 * kHourMs;
-
 constexpr qint64 kRoundWidths[] = {kSecondMs,   5 * kSecondMs, 10 * kSecondMs, 30 * kSecondMs,
                                    kMinuteMs,   5 * kMinuteMs, 15 * kMinuteMs, kHourMs,
                                    6 * kHourMs, kDayMs};
-
-// Division rounding towards minus infinity: instants before 1970 are negative.
-qint64 floorDiv(qint64 a, qint64 b) {
-    const qint64 q = a / b;
-    return (a % b != 0 && a < 0) ? q - 1 : q;
-}
 
 qint64 bucketOf(Instant at, qint64 width, qint64 utcOffsetMs) {
     return floorDiv(at + utcOffsetMs, width);
@@ -30,13 +19,13 @@ qint64 bucketsSpanned(Instant first, Instant last, qint64 width, qint64 utcOffse
     return bucketOf(last, width, utcOffsetMs) - bucketOf(first, width, utcOffsetMs) + 1;
 }
 
-struct Span {
+struct InstantSpan {
     Instant first = kNoInstant;
     Instant last = kNoInstant;
 };
 
-Span spanOf(const QList<Instant>& instants, const QList<qsizetype>& shown, qsizetype from) {
-    Span span;
+InstantSpan spanOf(const QList<Instant>& instants, const QList<qsizetype>& shown, qsizetype from) {
+    InstantSpan span;
     for (qsizetype row = from; row < shown.size(); ++row) {
         const Instant at = instants.value(shown[row], kNoInstant);
         if (at == kNoInstant) continue;
@@ -106,7 +95,7 @@ qint64 bucketWidth(Instant first, Instant last, int maxBuckets, qint64 utcOffset
 Timeline buildTimeline(const LogRows& rows, const QList<Instant>& instants,
                        const QList<qsizetype>& shown, int maxBuckets, qint64 utcOffsetMs) {
     Timeline timeline;
-    const Span span = spanOf(instants, shown, 0);
+    const InstantSpan span = spanOf(instants, shown, 0);
     if (span.first == kNoInstant) return timeline;
     timeline.widthMs = bucketWidth(span.first, span.last, maxBuckets, utcOffsetMs);
     timeline.start =
@@ -120,7 +109,7 @@ bool extendTimeline(Timeline& timeline, const LogRows& rows, const QList<Instant
                     const QList<qsizetype>& shown, qsizetype fromTableRow, int maxBuckets,
                     qint64 utcOffsetMs) {
     if (timeline.buckets.isEmpty()) return false;
-    const Span added = spanOf(instants, shown, fromTableRow);
+    const InstantSpan added = spanOf(instants, shown, fromTableRow);
     if (added.first == kNoInstant) return true;
     const qint64 width = timeline.widthMs;
     const qint64 firstBucket = bucketOf(timeline.start, width, utcOffsetMs);
