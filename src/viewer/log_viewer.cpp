@@ -139,6 +139,7 @@ LogViewer::LogViewer(QObject* parent)
 
     // One load's instants at a time; a newer load makes an older answer moot anyway.
     timeLane_.setMaxThreadCount(1);
+    countLane_.setMaxThreadCount(1);
 }
 
 LogViewer::~LogViewer() {
@@ -827,8 +828,28 @@ void LogViewer::applyFilter(bool scrollToEnd) {
 
 void LogViewer::updateStatusLine() {
     const QString search = searchField_->text();
+    const quint64 asked = ++countsAsked_;
+    countLane_.clear();  // counts not yet begun are for a table no longer shown
     std::optional<qsizetype> matches;
-    if (!search.isEmpty()) matches = countMatches(rows_, model_->shown(), search);
+    // Counting reads every shown character: over the rows of every log that is
+    // more than a keystroke may cost, so the count follows a moment later.
+    constexpr qsizetype countInLine = 50'000;
+    if (!search.isEmpty() && model_->shown().size() <= countInLine) {
+        matches = countMatches(rows_, model_->shown(), search);
+    } else if (!search.isEmpty()) {
+        inBackground(
+            countLane_, this,
+            [rows = rows_, shown = model_->shown(), search] {
+                return countMatches(rows, shown, search);
+            },
+            [this, asked](qsizetype counted) {
+                if (asked == countsAsked_) showStatusLine(counted);
+            });
+    }
+    showStatusLine(matches);
+}
+
+void LogViewer::showStatusLine(std::optional<qsizetype> matches) {
     statusLabel_->setText(
         allMode_
             ? allLogsStatusLine(model_->shown().size(), rows_.size(), all_.truncatedCount(),

@@ -128,6 +128,7 @@ private:
     // Selects a table row alone, makes it current and brings it into view.
     void goToRow(int row);
     void updateStatusLine();
+    void showStatusLine(std::optional<qsizetype> matches);
     void updateDetail();
 
     // Row heights for the shown rows and the message column's width; cheap
@@ -178,6 +179,8 @@ private:
     bool instantsReady_ = false;
     quint64 loads_ = 0;  // tells a late answer from the side which load it was for
     QThreadPool timeLane_;
+    QThreadPool countLane_;    // match counts of large tables
+    quint64 countsAsked_ = 0;  // tells a late count from the side which table it was for
     // The window the shown rows were filtered with: "Last …" moves as newer rows arrive.
     std::optional<TimeWindow> appliedWindow_;
     QString currentPath_;

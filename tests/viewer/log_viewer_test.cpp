@@ -712,6 +712,21 @@ TEST_F(LogViewerTest, AllLogsMergesEveryLogByTimeWithALogColumnAndFollowsThem) {
     EXPECT_EQ(status(), QStringLiteral("3 of 3 lines \u00B7 ") + agentOut);
 }
 
+TEST_F(LogViewerTest, ALargeTableCountsItsMatchesBesideTheKeystrokeAndOnlyTheLastSearchStands) {
+    QString text;
+    for (int i = 0; i < 60'000; ++i)
+        text += QStringLiteral("2024-05-01T10:00:00Z INFO r%1\n").arg(i % 7);
+    writeLog(agentOut, text);
+    viewer.show();
+    auto* search = child<QLineEdit>("searchField");
+    search->setText(QStringLiteral("0"));  // eight in every time, and r0: a count not to show
+    search->setText(QStringLiteral("r"));
+    const QString counted =
+        QStringLiteral("60000 of 60000 lines \u00B7 60000 matches \u00B7 ") + agentOut;
+    ASSERT_TRUE(waitFor([&] { return status().contains(u"matches"); }));
+    EXPECT_EQ(status(), counted);
+}
+
 namespace {
 
 // One row a minute from 10:00 UTC; every tenth an ERROR.
