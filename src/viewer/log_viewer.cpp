@@ -831,9 +831,9 @@ void LogViewer::updateStatusLine() {
     const quint64 asked = ++countsAsked_;
     countLane_.clear();  // counts not yet begun are for a table no longer shown
     std::optional<qsizetype> matches;
-    // Counting reads every shown character: over the rows of every log that is
-    // more than a keystroke may cost, so the count follows a moment later.
-    constexpr qsizetype countInLine = 50'000;
+    // Counting reads every shown character: beyond a small table that costs a
+    // keystroke more than filtering did, so the count follows a moment later.
+    constexpr qsizetype countInLine = 5'000;
     if (!search.isEmpty() && model_->shown().size() <= countInLine) {
         matches = countMatches(rows_, model_->shown(), search);
     } else if (!search.isEmpty()) {
