@@ -83,6 +83,13 @@ public:
     LogViewer viewer;
 };
 
+// Whether the table's last row is on screen; `rows` is how many it has.
+bool lastRowShown(LogViewer& viewer, int& rows) {
+    auto* table = viewer.window()->findChild<QTableView*>(QStringLiteral("table"));
+    rows = table->model()->rowCount();
+    return table->rowAt(table->viewport()->height() - 1) == rows - 1;
+}
+
 void BM_OpenUntilLastRowShown(benchmark::State& state) {
     int rows = 0;
     bool lastShown = true;
@@ -93,9 +100,7 @@ void BM_OpenUntilLastRowShown(benchmark::State& state) {
         viewer->show(logPath);
         QCoreApplication::processEvents();
         state.PauseTiming();
-        auto* table = viewer->window()->findChild<QTableView*>(QStringLiteral("table"));
-        rows = table->model()->rowCount();
-        lastShown = lastShown && table->rowAt(table->viewport()->height() - 1) == rows - 1;
+        lastShown = lastRowShown(*viewer, rows) && lastShown;
         viewer.reset();
         state.ResumeTiming();
     }
@@ -154,9 +159,7 @@ void BM_AllLogsOpenUntilLastRowShown(benchmark::State& state) {
         chooseAllLogs(*viewer);
         QCoreApplication::processEvents();
         state.PauseTiming();
-        auto* table = viewer->window()->findChild<QTableView*>(QStringLiteral("table"));
-        rows = table->model()->rowCount();
-        lastShown = lastShown && table->rowAt(table->viewport()->height() - 1) == rows - 1;
+        lastShown = lastRowShown(*viewer, rows) && lastShown;
         viewer.reset();
         state.ResumeTiming();
     }

@@ -549,19 +549,23 @@ void LogViewer::loadAll(bool preserveScroll) {
     follow_ = LogFollow();
     all_ = AllLogs(sources_, tailBytes);
     all_.load();
-    QStringList titles;
-    for (const LogSource& source : sources_) titles.append(source.title);
-    model_->setRowLogs(std::move(titles), all_.merged().logOf);
-    rows_ = all_.merged().rows;
-    takeInstants(all_.merged().instants);
-    truncated_ = all_.truncatedCount() > 0;
-    heightCacheWidth_ = -1;
+    takeMerge();
     if (entering) {
         table_->selectionModel()->clear();
         table_->setColumnHidden(LogTableModel::logColumn, false);
         fitMessageColumn();
     }
     applyFilter(!preserveScroll);
+}
+
+void LogViewer::takeMerge() {
+    QStringList titles;
+    for (const LogSource& source : all_.sources()) titles.append(source.title);
+    model_->setRowLogs(std::move(titles), all_.merged().logOf);
+    rows_ = all_.merged().rows;
+    takeInstants(all_.merged().instants);
+    truncated_ = all_.truncatedCount() > 0;
+    heightCacheWidth_ = -1;
 }
 
 void LogViewer::bringAllUpToDate(bool followEnd) {
@@ -583,13 +587,7 @@ void LogViewer::bringAllUpToDate(bool followEnd) {
     const qsizetype top = topTableRow >= 0 ? moved.takeLast() : -1;
     moved.removeAll(-1);
     std::sort(moved.begin(), moved.end());
-    QStringList titles;
-    for (const LogSource& source : all_.sources()) titles.append(source.title);
-    model_->setRowLogs(std::move(titles), all_.merged().logOf);
-    rows_ = all_.merged().rows;
-    takeInstants(all_.merged().instants);
-    truncated_ = all_.truncatedCount() > 0;
-    heightCacheWidth_ = -1;
+    takeMerge();
     table_->selectionModel()->clear();
     applyFilter(toEnd);
     if (!moved.isEmpty())

@@ -86,6 +86,8 @@ private:
     void loadSelected(bool preserveScroll);
     void loadAll(bool preserveScroll);
     // A Follow tick or Reload in "All logs": merged again when any log changed.
+    // The model, rows, instants and truncation of the merge all_ now holds.
+    void takeMerge();
     void bringAllUpToDate(bool followEnd);
     // The log Open Folder shows: the current one, or in "All logs" the log of
     // the selected row (else of the last row shown).
