@@ -129,6 +129,35 @@ const char* skipPlain(const char* p, const char* end) {
 
 enum class Mode { top, nested, other };
 
+// The value of each key a row reads, by slot. A slot holds a value only while
+// its bit is in `present`, so nothing needs clearing for each line.
+struct Found {
+    std::array<Value, kSlotCount> values;
+    quint32 present = 0;
+    Value nested{};  // "fields" -> "message", when that is a string
+
+    // The last occurrence of a key wins; null, an object or an array give nothing.
+    void set(int slot, const Value& v) {
+        if (v.kind == Value::Kind::none) {
+            present &= ~(1u << slot);
+        } else {
+            values[size_t(slot)] = v;
+            present |= 1u << slot;
+        }
+    }
+
+    // Nothing when a chosen value is a number whose text only Qt can give.
+    std::optional<Value> first(std::initializer_list<int> order) const {
+        for (int slot : order) {
+            if ((present & (1u << slot)) == 0) continue;
+            const Value& v = values[size_t(slot)];
+            if (v.kind == Value::Kind::number && !v.plainInteger) return std::nullopt;
+            return v;
+        }
+        return Value{};
+    }
+};
+
 class Scanner {
 public:
     explicit Scanner(QUtf8StringView text)
@@ -290,7 +319,7 @@ private:
             return true;
         }
         while (true) {
-            Value ignored;
+            Value ignored{};
             if (!value(depth, ignored, Mode::other)) return false;
             if (*p_ == ']') {
                 ++p_;
@@ -311,7 +340,7 @@ private:
         }
         while (true) {
             if (p_ == end_ || *p_ != '"') return false;
-            Value key;
+            Value key{};
             if (!string(key) || !expect(':')) return false;
             if (p_ != end_ && isSpace(*p_)) skipSpace();
 
@@ -328,16 +357,16 @@ private:
                 }
             }
 
-            Value v;
+            Value v{};
             if (slot == kFields) {
                 // The last "fields" wins, so what an earlier one held is gone.
-                nested_ = Value{};
+                found_.nested = Value{};
                 if (!value(depth, v, Mode::nested)) return false;
             } else {
                 if (!value(depth, v, Mode::other)) return false;
             }
-            if (slot >= 0) slots_[size_t(slot)] = v;
-            if (nestedMessage) nested_ = v.kind == Value::Kind::string ? v : Value{};
+            if (slot >= 0) found_.set(slot, v);
+            if (nestedMessage) found_.nested = v.kind == Value::Kind::string ? v : Value{};
 
             if (*p_ == '}') {
                 ++p_;
@@ -349,37 +378,19 @@ private:
         }
     }
 
-    // Nothing when a chosen value is a number whose text only Qt can give.
-    std::optional<Value> first(std::initializer_list<int> order) const {
-        for (int slot : order) {
-            const Value& v = slots_[size_t(slot)];
-            if (v.kind == Value::Kind::none) continue;
-            if (v.kind == Value::Kind::number && !v.plainInteger) return std::nullopt;
-            return v;
-        }
-        return Value{};
-    }
-
     std::optional<Fields> choose() const {
-        Fields f;
-        const auto time = first({kTimestamp, kTs, kTime, kAtTimestamp});
-        const auto level = first({kLevel, kLvl, kSeverity});
-        const auto source = first({kTarget, kModule, kLogger, kSource, kName});
-        const auto message = first({kMessage, kMsg, kBody});
+        const auto time = found_.first({kTimestamp, kTs, kTime, kAtTimestamp});
+        const auto level = found_.first({kLevel, kLvl, kSeverity});
+        const auto source = found_.first({kTarget, kModule, kLogger, kSource, kName});
+        const auto message = found_.first({kMessage, kMsg, kBody});
         if (!time || !level || !source || !message) return std::nullopt;
-        f.time = *time;
-        f.level = *level;
-        f.source = *source;
-        f.message = *message;
-        f.nestedMessage = nested_;
-        return f;
+        return Fields{*time, *level, *source, *message, found_.nested};
     }
 
     const char* begin_;
     const char* p_;
     const char* end_;
-    std::array<Value, kSlotCount> slots_{};
-    Value nested_;
+    Found found_;
 };
 
 }  // namespace

@@ -11,14 +11,16 @@
 // the real reader. The line must be valid UTF-8.
 namespace varnel::json_fields {
 
+// Value{} is "no value". Left without initial values so that a reader can
+// keep one for every key it looks for without clearing them for each line.
 struct Value {
     enum class Kind : quint8 { none, string, number, boolean };
-    Kind kind = Kind::none;
-    bool escaped = false;       // a string whose content needs unescape()
-    bool plainInteger = false;  // a number whose decimal text is exactly as written
-    bool truth = false;         // for booleans
-    qsizetype pos = 0;          // string content (inside the quotes) or number text, in bytes
-    qsizetype size = 0;
+    Kind kind;
+    bool escaped;       // a string whose content needs unescape()
+    bool plainInteger;  // a number whose decimal text is exactly as written
+    bool truth;         // for booleans
+    qsizetype pos;      // string content (inside the quotes) or number text, in bytes
+    qsizetype size;
 };
 
 struct Fields {
