@@ -456,10 +456,10 @@ void plainSpans(const SpanMaker& make, bool ascii, bool lineFeeds, LogParser::Sp
     if (!rest.isEmpty() && rest.front() == '[') {
         // A tag longer than this many bytes has more than kMaxTag code points.
         const qsizetype reach = qMin(rest.size(), kMaxBytes * kMaxTag + 2);
-        const qsizetype close = utf8::bytes(rest.first(reach)).indexOf(']');
+        const qsizetype close = utf8::indexOf(utf8::bytes(rest.first(reach)), ']');
         if (close >= 0) {
             const QUtf8StringView tag = rest.sliced(1, close - 1);
-            if (!utf8::bytes(tag).contains(' ') &&
+            if (utf8::indexOf(utf8::bytes(tag), ' ') < 0 &&
                 (ascii ? tag.size() : utf8::codePoints(tag, kMaxTag)) <= kMaxTag) {
                 out.source = make.slice(tag);
                 rest = utf8::trimBlanks(rest.sliced(close + 1));
@@ -493,7 +493,7 @@ void plainSpans(const SpanMaker& make, bool ascii, bool lineFeeds, LogParser::Sp
         // enough, and a space before it rules the candidate out, so looking
         // up to the first space is enough.
         const qsizetype reach = qMin(rest.size(), kMaxBytes * kMaxPrefix + 2);
-        const qsizetype space = utf8::bytes(rest.first(reach)).indexOf(' ');
+        const qsizetype space = utf8::indexOf(utf8::bytes(rest.first(reach)), ' ');
         if (space >= 2 && at(rest)[space - 1] == ':') {
             const QUtf8StringView candidate = rest.first(space - 1);
             if ((ascii ? candidate.size() : utf8::codePoints(candidate, kMaxPrefix)) <=
@@ -504,7 +504,7 @@ void plainSpans(const SpanMaker& make, bool ascii, bool lineFeeds, LogParser::Sp
         }
     }
 
-    if (lineFeeds && utf8::bytes(rest).contains('\n')) {
+    if (lineFeeds && utf8::indexOf(utf8::bytes(rest), '\n') >= 0) {
         QByteArray message = utf8::bytes(rest).toByteArray();
         message.replace('\n', ' ');
         out.message = make.made(QByteArrayView(message));
@@ -553,7 +553,7 @@ Spans Parser::parse(QUtf8StringView line, LineFacts facts, ByteStore& side) {
     QUtf8StringView cleaned;
     qsizetype cleanedAt = 0;
     SpanBase base = SpanBase::line;
-    if (facts.escape && utf8::bytes(line).contains(kEscape)) {
+    if (facts.escape && utf8::indexOf(utf8::bytes(line), kEscape) >= 0) {
         stripEscapes(utf8::bytes(line), scratch_);
         cleaned = utf8::trimmed(QUtf8StringView(scratch_));
         // The cleaned line goes to the side buffer before anything else, and is

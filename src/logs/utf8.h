@@ -100,6 +100,14 @@ inline bool isAscii(QUtf8StringView s) {
 // U+0130 (to "i" and a combining dot) and U+212A (the Kelvin sign, to "k").
 bool lowersToAscii(QUtf8StringView s);
 
+// The first `c` in the bytes, or -1. QByteArrayView::indexOf reaches memchr
+// only through a general search, which costs more than short lines take.
+inline qsizetype indexOf(QByteArrayView bytes, char c) {
+    if (bytes.isEmpty()) return -1;
+    const void* hit = std::memchr(bytes.data(), c, size_t(bytes.size()));
+    return hit == nullptr ? -1 : static_cast<const char*>(hit) - bytes.data();
+}
+
 inline QByteArrayView bytes(QUtf8StringView s) {
     return {reinterpret_cast<const char*>(s.data()), s.size()};
 }
