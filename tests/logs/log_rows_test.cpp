@@ -4,6 +4,7 @@
 
 #include "logs/ascii_search.h"
 #include "logs/log_filter.h"
+#include "logs/log_merge.h"
 #include "logs/log_presentation.h"
 #include "platform/text.h"
 #include "support/log_corpus.h"
@@ -141,7 +142,10 @@ TEST(LogRows, FilterMatchesPlainLowerCasingForEveryLevelChoice) {
             "|handshake failed|PROXY|10:00:02|fatal|disk|warning|[2024|caf\u00e9|CAF\u00c9"
             "|kelvin|e|@at|{2024 `AT|OF TEXT|retry|AGENT::|:4|\u65e5\u672c|\u27F6|PERMISSION")
             .split(u'|');
-    for (const LogRows* r : {&rows, &errorRow, &big})
+    // Two logs merged by time: rows whose text goes back and forth.
+    const LogRows merged =
+        mergeRows({big, LogRows::build(test_support::LogCorpus(6).text(300'000))}).rows;
+    for (const LogRows* r : {&rows, &errorRow, &big, &merged})
         for (const LevelChoice level : levelChoices())
             for (const QString& needle : needles) {
                 SCOPED_TRACE(levelChoiceTitle(level).toString().toStdString() + " / " +
