@@ -11,7 +11,8 @@ namespace varnel::json_fields {
 
 namespace {
 
-// Slots for the keys a row reads, in the order each field tries them.
+// Slots for the keys a row reads: each field's keys side by side, in the
+// order the field tries them.
 enum Slot : int {
     kTimestamp,
     kTs,
@@ -146,15 +147,15 @@ struct Found {
         }
     }
 
-    // Nothing when a chosen value is a number whose text only Qt can give.
-    std::optional<Value> first(std::initializer_list<int> order) const {
-        for (int slot : order) {
-            if ((present & (1u << slot)) == 0) continue;
-            const Value& v = values[size_t(slot)];
-            if (v.kind == Value::Kind::number && !v.plainInteger) return std::nullopt;
-            return v;
-        }
-        return Value{};
+    // The value of the first key present among the slots from `from` to
+    // `to`, which are in the order the field tries its keys. Nothing when that
+    // is a number whose text only Qt can give.
+    std::optional<Value> first(Slot from, Slot to) const {
+        const quint32 keys = present & ((2u << to) - (1u << from));
+        if (keys == 0) return Value{};
+        const Value& v = values[size_t(std::countr_zero(keys))];
+        if (v.kind == Value::Kind::number && !v.plainInteger) return std::nullopt;
+        return v;
     }
 };
 
@@ -379,10 +380,10 @@ private:
     }
 
     std::optional<Fields> choose() const {
-        const auto time = found_.first({kTimestamp, kTs, kTime, kAtTimestamp});
-        const auto level = found_.first({kLevel, kLvl, kSeverity});
-        const auto source = found_.first({kTarget, kModule, kLogger, kSource, kName});
-        const auto message = found_.first({kMessage, kMsg, kBody});
+        const auto time = found_.first(kTimestamp, kAtTimestamp);
+        const auto level = found_.first(kLevel, kSeverity);
+        const auto source = found_.first(kTarget, kName);
+        const auto message = found_.first(kMessage, kBody);
         if (!time || !level || !source || !message) return std::nullopt;
         return Fields{*time, *level, *source, *message, found_.nested};
     }
