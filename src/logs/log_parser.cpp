@@ -7,8 +7,12 @@
 #include <QVariant>
 #include <QtGlobal>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <optional>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "logs/json_fields.h"
 #include "logs/log_text.h"
@@ -283,18 +287,39 @@ Verdict scanLevel(const char* w, qsizetype n, qsizetype& start, qsizetype& lengt
 
 // ANSI sequences removed; the pattern begins with ESC, so a failed attempt can
 // only resume at the next ESC.
+// Coloured lines hold a few short runs of text between sequences: the runs
+// are copied sixteen bytes a store, up to the next ESC, rather than by a search
+// and a copy call for each.
 void stripEscapes(QByteArrayView text, QByteArray& out) {
+    constexpr qsizetype kStep = 16;
     const char* p = text.data();
     const qsizetype n = text.size();
-    if (out.size() < n) out.resize(n);
+    // Whole stores may go up to a step past what is kept; the text never grows.
+    if (out.size() < n + kStep) out.resize(n + kStep);
     char* o = out.data();
     for (qsizetype i = 0; i < n;) {
-        const void* next = std::memchr(p + i, kEscape, size_t(n - i));
-        const qsizetype at = next == nullptr ? n : static_cast<const char*>(next) - p;
-        std::memcpy(o, p + i, size_t(at - i));
-        o += at - i;
-        i = at;
-        if (i == n) break;
+        bool atEscape = false;
+#if defined(__SSE2__)
+        const __m128i escape = _mm_set1_epi8(kEscape);
+        while (n - i >= kStep) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
+            const unsigned mask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(v, escape)));
+            if (mask != 0) {
+                const int plain = std::countr_zero(mask);
+                o += plain;
+                i += plain;
+                atEscape = true;
+                break;
+            }
+            o += kStep;
+            i += kStep;
+        }
+#endif
+        if (!atEscape) {
+            while (i < n && p[i] != kEscape) *o++ = p[i++];
+            if (i == n) break;
+        }
         if (i + 1 >= n || p[i + 1] != '[') {
             *o++ = kEscape;
             ++i;
