@@ -153,6 +153,32 @@ QString text16(QUtf8StringView s) {
 
 enum class Verdict { match, noMatch, undecided };
 
+// "dddd-dd-dd?dd:dd:dd" in ASCII at s, ? a T or a space: eight bytes a test
+// for the time stamps that begin most plain lines. False says nothing; the
+// byte by byte reading decides then.
+bool fixedStampAt(const char* s, qsizetype n) {
+    if (n < 19) return false;
+    quint64 a;
+    quint64 b;
+    std::memcpy(&a, s, 8);
+    std::memcpy(&b, s + 8, 8);
+    if constexpr (std::endian::native != std::endian::little) return false;
+    // A byte is an ASCII digit when its high half is 3 and adding 6 to its low
+    // half carries nothing out of it. Bytes 0-3 and 5-6 of a, and 0-1, 3-4
+    // and 6-7 of b (8-9, 11-12, 14-15 of the stamp).
+    constexpr quint64 kDigitsA = 0x00FFFF00FFFFFFFFULL;
+    constexpr quint64 kDigitsB = 0xFFFF00FFFF00FFFFULL;
+    const auto digits = [](quint64 x, quint64 where) {
+        const quint64 highs = 0xF0F0F0F0F0F0F0F0ULL & where;
+        return (x & highs) == (0x3030303030303030ULL & where) &&
+               (((x & 0x0F0F0F0F0F0F0F0FULL) + 0x0606060606060606ULL) & highs) == 0;
+    };
+    const auto byte = [](quint64 x, int k) { return char(x >> (8 * k)); };
+    return digits(a, kDigitsA) && byte(a, 4) == '-' && byte(a, 7) == '-' && digits(b, kDigitsB) &&
+           (byte(b, 2) == 'T' || byte(b, 2) == ' ') && byte(b, 5) == ':' && s[16] == ':' &&
+           s[17] >= '0' && s[17] <= '9' && s[18] >= '0' && s[18] <= '9';
+}
+
 struct StampHit {
     qsizetype captureStart = 0;
     qsizetype captureLength = 0;
@@ -180,10 +206,11 @@ Verdict scanStamp(const char* s, qsizetype n, StampHit& hit) {
 
     if (is(0, '[')) ++i;
     const qsizetype capture = i;
-    const bool fixedPart = digits(i, 4) && is(i + 4, '-') && digits(i + 5, 2) && is(i + 7, '-') &&
-                           digits(i + 8, 2) && (is(i + 10, 'T') || is(i + 10, ' ')) &&
-                           digits(i + 11, 2) && is(i + 13, ':') && digits(i + 14, 2) &&
-                           is(i + 16, ':') && digits(i + 17, 2);
+    const bool fixedPart =
+        fixedStampAt(s + i, n - i) ||
+        (digits(i, 4) && is(i + 4, '-') && digits(i + 5, 2) && is(i + 7, '-') && digits(i + 8, 2) &&
+         (is(i + 10, 'T') || is(i + 10, ' ')) && digits(i + 11, 2) && is(i + 13, ':') &&
+         digits(i + 14, 2) && is(i + 16, ':') && digits(i + 17, 2));
     if (undecided) return Verdict::undecided;
     if (!fixedPart) return Verdict::noMatch;
     i += 19;

@@ -59,7 +59,7 @@ LogRows LogRows::fromError(const QString& errorText) {
     const QByteArray bytes = utf8::encode(errorText);
     data->text = std::make_shared<ByteStore>(bytes.size());
     data->textEnd = data->appendText(bytes) + bytes.size();
-    Record record;
+    Record record{};
     const Ref whole = ref(kInText, 0, bytes.size());
     record.fields[kMessage] = whole;
     record.fields[kRaw] = whole;

@@ -82,8 +82,8 @@ bool BlockArena::owns(const void* p) const {
 
 std::shared_ptr<Block> newBlock(const std::shared_ptr<BlockArena>& arena) {
     // Records need no initial value: a slot is written before it is read.
-    if (arena) return std::allocate_shared<Block>(ArenaAllocator<Block>(arena));
-    return std::make_shared<Block>();
+    if (arena) return std::allocate_shared_for_overwrite<Block>(ArenaAllocator<Block>(arena));
+    return std::make_shared_for_overwrite<Block>();
 }
 
 }  // namespace varnel::rows

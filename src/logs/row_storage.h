@@ -17,9 +17,12 @@ namespace varnel::rows {
 // A field as 32-bit offset and size in bytes; the top two bits of the offset
 // say which buffer it is in. That caps each buffer at 2^30 bytes, which
 // build() guarantees by its own, much lower, limit on the text.
+// Ref{} is an empty field in the text. Refs and Records take no initial
+// values, so that a block of rows can be made without clearing what the
+// builder is about to write.
 struct Ref {
-    quint32 at = 0;
-    quint32 size = 0;
+    quint32 at;
+    quint32 size;
 };
 
 constexpr quint32 kBaseShift = 30;
@@ -53,13 +56,13 @@ struct Record {
     std::array<Ref, kFieldCount> fields;
     // Where the row's first line starts in the text: rows dropped at the front
     // of a moving window are found by it.
-    quint32 lineAt = 0;
+    quint32 lineAt;
     // time, level, source and message can be searched for ASCII byte by byte:
     // the filter's fast path (see LogParser::Spans).
-    bool bytewise = false;
+    bool bytewise;
     // time, source and message lie within raw, in the same buffer: text raw
     // does not hold, they do not hold either.
-    bool withinRaw = false;
+    bool withinRaw;
 };
 
 inline QUtf8StringView view(Ref ref, const char* text, const char* side) {

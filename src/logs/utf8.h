@@ -65,17 +65,25 @@ qsizetype bytesForUnits(QUtf8StringView s, qsizetype units);
 // White space and line ends at both ends removed, as QString::trimmed() does.
 QUtf8StringView trimmedSlow(QUtf8StringView s);
 inline QUtf8StringView trimmed(QUtf8StringView s) {
-    // Most lines start and end with a printable ASCII character.
-    if (!s.isEmpty() && uchar(s.front()) - 0x21u < 0x5Eu && uchar(s.back()) - 0x21u < 0x5Eu)
-        return s;
-    return trimmedSlow(s);
+    // Most lines start and end with a printable ASCII character, some after
+    // a few spaces (indented stack frames).
+    const char* begin = reinterpret_cast<const char*>(s.data());
+    const char* end = begin + s.size();
+    while (begin != end && *begin == ' ') ++begin;
+    if (begin != end && uchar(*begin) - 0x21u < 0x5Eu && uchar(end[-1]) - 0x21u < 0x5Eu)
+        return QUtf8StringView(begin, end - begin);
+    return trimmedSlow(QUtf8StringView(begin, end - begin));
 }
 // Blanks (spaces of general category Zs and tab) removed at both ends.
 QUtf8StringView trimBlanksSlow(QUtf8StringView s);
 inline QUtf8StringView trimBlanks(QUtf8StringView s) {
-    if (s.isEmpty() || (uchar(s.front()) - 0x21u < 0x5Eu && uchar(s.back()) - 0x21u < 0x5Eu))
-        return s;
-    return trimBlanksSlow(s);
+    // What follows a time stamp or a level word mostly starts with a space.
+    const char* begin = reinterpret_cast<const char*>(s.data());
+    const char* end = begin + s.size();
+    while (begin != end && *begin == ' ') ++begin;
+    if (begin == end || (uchar(*begin) - 0x21u < 0x5Eu && uchar(end[-1]) - 0x21u < 0x5Eu))
+        return QUtf8StringView(begin, end - begin);
+    return trimBlanksSlow(QUtf8StringView(begin, end - begin));
 }
 bool isBlankOnly(QUtf8StringView s);
 // The first character is white space (QChar::isSpace).
