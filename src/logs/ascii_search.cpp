@@ -24,24 +24,37 @@ qsizetype AsciiFinder::candidatesPortable(const char* h, qsizetype last, bool& f
     const auto first = std::uint8_t(needle_[0] | 0x20);
     const auto second = std::uint8_t(needle_[1] | 0x20);
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(h);
+    // The positions at and after `from` of the step that starts at `at`.
+    const auto step = [&](qsizetype at, qsizetype from) {
+        std::uint8_t hit[kStep];
+        for (qsizetype k = 0; k < kStep; ++k)
+            hit[k] = std::uint8_t((std::uint8_t(bytes[at + k] | 0x20) == first) &
+                                  (std::uint8_t(bytes[at + k + 1] | 0x20) == second));
+        std::uint64_t words[kStep / 8];
+        std::memcpy(words, hit, sizeof hit);
+        if ((words[0] | words[1]) == 0) return false;
+        for (qsizetype k = from - at; k < kStep; ++k)
+            if (hit[k] != 0 && matchesAt(h + at + k)) return true;
+        return false;
+    };
     qsizetype i = 0;
     // Reads h[i .. i + 16]; i + 15 <= last keeps that inside the text.
     for (; i + kStep - 1 <= last; i += kStep) {
-        std::uint8_t hit[kStep];
-        for (qsizetype k = 0; k < kStep; ++k)
-            hit[k] = std::uint8_t((std::uint8_t(bytes[i + k] | 0x20) == first) &
-                                  (std::uint8_t(bytes[i + k + 1] | 0x20) == second));
-        std::uint64_t words[kStep / 8];
-        std::memcpy(words, hit, sizeof hit);
-        if ((words[0] | words[1]) == 0) continue;
-        for (qsizetype k = 0; k < kStep; ++k) {
-            if (hit[k] != 0 && matchesAt(h + i + k)) {
-                found = true;
-                return i;
-            }
+        if (step(i, i)) {
+            found = true;
+            return i;
         }
     }
-    return i;
+    // Fewer than a step's positions are left: one more step that ends at the
+    // last position, looking again at some that the mask then leaves out.
+    if (i <= last) {
+        const qsizetype at = last - (kStep - 1);
+        if (step(at, i)) {
+            found = true;
+            return at;
+        }
+    }
+    return last + 1;
 }
 
 qsizetype AsciiFinder::candidatesSse2(const char* h, qsizetype last, bool& found) const {
@@ -51,22 +64,35 @@ qsizetype AsciiFinder::candidatesSse2(const char* h, qsizetype last, bool& found
     const __m128i second = _mm_set1_epi8(char(needle_[1] | 0x20));
     qsizetype i = 0;
     // Reads h[i .. i + 16]; i + 15 <= last keeps that inside the text.
-    for (; i + 15 <= last; i += 16) {
+    const auto candidates = [&](qsizetype at) {
         const __m128i a =
-            _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i)), bit);
+            _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + at)), bit);
         const __m128i b =
-            _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + 1)), bit);
-        unsigned mask = unsigned(
+            _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + at + 1)), bit);
+        return unsigned(
             _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, first), _mm_cmpeq_epi8(b, second))));
-        while (mask != 0) {
-            if (matchesAt(h + i + std::countr_zero(mask))) {
-                found = true;
-                return i;
-            }
-            mask &= mask - 1;
+    };
+    const auto matchAmong = [&](qsizetype at, unsigned mask) {
+        for (; mask != 0; mask &= mask - 1)
+            if (matchesAt(h + at + std::countr_zero(mask))) return true;
+        return false;
+    };
+    for (; i + 15 <= last; i += 16) {
+        if (matchAmong(i, candidates(i))) {
+            found = true;
+            return i;
         }
     }
-    return i;
+    // Fewer than sixteen positions are left: one more step that ends at the
+    // last position, looking again at some that the mask then leaves out.
+    if (i <= last) {
+        const qsizetype at = last - 15;
+        if (matchAmong(at, candidates(at) & (~0u << (i - at)))) {
+            found = true;
+            return at;
+        }
+    }
+    return last + 1;
 #else
     return candidatesPortable(h, last, found);
 #endif
