@@ -92,21 +92,8 @@ namespace varnel {
 
 using namespace rows;
 
-Record& LogRows::Data::writable(qsizetype i) {
-    const qsizetype slot = first + i;
-    std::shared_ptr<Block>& block = blocks[size_t(slot / kBlockRows)];
-    if (block.use_count() > 1) block = std::make_shared<Block>(*block);
-    return block->records[size_t(slot % kBlockRows)];
-}
-
 void LogRows::Data::pushBack(const Record& r) {
     emplaceBack() = r;
-}
-
-Record& LogRows::Data::emplaceBack() {
-    if (first + count == qsizetype(blocks.size()) * kBlockRows) blocks.push_back(newBlock(arena));
-    ++count;
-    return writable(count - 1);
 }
 
 void LogRows::Data::pushFront(const Record& r) {

@@ -140,10 +140,21 @@ struct LogRows::Data {
     }
 
     // A block another version also holds is copied before it is written.
-    rows::Record& writable(qsizetype i);
+    // Inline, as are new rows: the builder asks for one with every line.
+    rows::Record& writable(qsizetype i) {
+        const qsizetype slot = first + i;
+        std::shared_ptr<rows::Block>& block = blocks[size_t(slot / rows::kBlockRows)];
+        if (block.use_count() > 1) block = std::make_shared<rows::Block>(*block);
+        return block->records[size_t(slot % rows::kBlockRows)];
+    }
     void pushBack(const rows::Record& r);
     // A new last row, to be written in place.
-    rows::Record& emplaceBack();
+    rows::Record& emplaceBack() {
+        if (first + count == qsizetype(blocks.size()) * rows::kBlockRows)
+            blocks.push_back(rows::newBlock(arena));
+        ++count;
+        return writable(count - 1);
+    }
     void pushFront(const rows::Record& r);
     void dropFront(qsizetype n);
 
