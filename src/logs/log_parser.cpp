@@ -157,12 +157,12 @@ enum class Verdict { match, noMatch, undecided };
 // for the time stamps that begin most plain lines. False says nothing; the
 // byte by byte reading decides then.
 bool fixedStampAt(const char* s, qsizetype n) {
+    if constexpr (std::endian::native != std::endian::little) return false;
     if (n < 19) return false;
     quint64 a;
     quint64 b;
     std::memcpy(&a, s, 8);
     std::memcpy(&b, s + 8, 8);
-    if constexpr (std::endian::native != std::endian::little) return false;
     // A byte is an ASCII digit when its high half is 3 and adding 6 to its low
     // half carries nothing out of it. Bytes 0-3 and 5-6 of a, and 0-1, 3-4
     // and 6-7 of b (8-9, 11-12, 14-15 of the stamp).
@@ -313,10 +313,9 @@ Verdict scanLevel(const char* w, qsizetype n, qsizetype& start, qsizetype& lengt
 }
 
 // ANSI sequences removed; the pattern begins with ESC, so a failed attempt can
-// only resume at the next ESC.
-// Coloured lines hold a few short runs of text between sequences: the runs
-// are copied sixteen bytes a store, up to the next ESC, rather than by a search
-// and a copy call for each.
+// only resume at the next ESC. Coloured lines hold a few short runs of text
+// between sequences, copied sixteen bytes a store up to the next ESC rather
+// than by a search and a copy call for each.
 void stripEscapes(QByteArrayView text, QByteArray& out) {
     constexpr qsizetype kStep = 16;
     const char* p = text.data();
