@@ -17,6 +17,7 @@ namespace varnel::rows {
 // A field as 32-bit offset and size in bytes; the top two bits of the offset
 // say which buffer it is in. That caps each buffer at 2^30 bytes, which
 // build() guarantees by its own, much lower, limit on the text.
+//
 // Ref{} is an empty field in the text. Refs and Records take no initial
 // values, so that a block of rows can be made without clearing what the
 // builder is about to write.
