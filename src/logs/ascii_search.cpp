@@ -62,8 +62,7 @@ qsizetype AsciiFinder::candidatesSse2(const char* h, qsizetype last, bool& found
     const __m128i bit = _mm_set1_epi8(0x20);
     const __m128i first = _mm_set1_epi8(char(needle_[0] | 0x20));
     const __m128i second = _mm_set1_epi8(char(needle_[1] | 0x20));
-    qsizetype i = 0;
-    // Reads h[i .. i + 16]; i + 15 <= last keeps that inside the text.
+    // Reads h[at .. at + 16]; at + 15 <= last keeps that inside the text.
     const auto candidates = [&](qsizetype at) {
         const __m128i a =
             _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + at)), bit);
@@ -77,6 +76,7 @@ qsizetype AsciiFinder::candidatesSse2(const char* h, qsizetype last, bool& found
             if (matchesAt(h + at + std::countr_zero(mask))) return true;
         return false;
     };
+    qsizetype i = 0;
     for (; i + 15 <= last; i += 16) {
         if (matchAmong(i, candidates(i))) {
             found = true;

@@ -323,10 +323,12 @@ void stripEscapes(QByteArrayView text, QByteArray& out) {
     // Whole stores may go up to a step past what is kept; the text never grows.
     if (out.size() < n + kStep) out.resize(n + kStep);
     char* o = out.data();
+#if defined(__SSE2__)
+    const __m128i escape = _mm_set1_epi8(kEscape);
+#endif
     for (qsizetype i = 0; i < n;) {
         bool atEscape = false;
 #if defined(__SSE2__)
-        const __m128i escape = _mm_set1_epi8(kEscape);
         while (n - i >= kStep) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
             _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
