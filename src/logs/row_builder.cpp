@@ -70,8 +70,11 @@ void Builder::addLines(qsizetype from, qsizetype to) {
             if (!utf8::isBlankOnly(line)) add(line, kInText, at, at, scan);
         } else {
             // Read as U+FFFD where the bytes are not UTF-8, without U+FEFF:
-            // the line as read lives in the side buffer.
-            repaired_ = utf8::cleaned(utf8::bytes(line));
+            // the line as read lives in the side buffer. Its carriage return
+            // is the one left last once the marks are gone, as a mark may
+            // stand between it and the line feed.
+            repaired_ = utf8::cleaned(QByteArrayView(text + at, scan.end - at));
+            if (repaired_.endsWith('\r')) repaired_.chop(1);
             const QUtf8StringView fixed(repaired_);
             if (!utf8::isBlankOnly(fixed)) {
                 const qsizetype sideAt = side_.append(repaired_);
