@@ -159,6 +159,10 @@ struct Found {
     }
 };
 
+// The text begins with '{' and ends with '}'. Every step that looks for
+// something other than a closing brace therefore stops at the last byte at the
+// latest, and only the steps that can pass a closing brace (the end of a string
+// or of a nested object or array) ask where the text ends.
 class Scanner {
 public:
     explicit Scanner(QUtf8StringView text)
@@ -167,21 +171,22 @@ public:
           end_(begin_ + text.size()) {}
 
     std::optional<Fields> run() {
-        if (!object(1, Mode::top)) return std::nullopt;
-        skipSpace();
-        if (p_ != end_) return std::nullopt;
+        // Anything after the object would hold the last brace: no white space only.
+        if (!object(1, Mode::top) || p_ != end_) return std::nullopt;
         return choose();
     }
 
 private:
-    static bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+    static bool isSpace(char c) {
+        return uchar(c) <= ' ' && (c == ' ' || c == '\t' || c == '\n' || c == '\r');
+    }
     void skipSpace() {
-        while (p_ != end_ && isSpace(*p_)) ++p_;
+        while (isSpace(*p_)) ++p_;
     }
     // Past white space to the next character, which must be `c`.
     bool expect(char c) {
-        if (p_ != end_ && isSpace(*p_)) skipSpace();
-        if (p_ == end_ || *p_ != c) return false;
+        if (isSpace(*p_)) skipSpace();
+        if (*p_ != c) return false;
         ++p_;
         return true;
     }
@@ -240,25 +245,25 @@ private:
     bool number(Value& out) {
         const char* start = p_;
         if (*p_ == '-') ++p_;
-        if (p_ == end_ || !isDigit(*p_)) return false;
+        if (!isDigit(*p_)) return false;
         const char* digits = p_;
         if (*p_ == '0') {
             ++p_;
-            if (p_ != end_ && isDigit(*p_)) return false;
+            if (isDigit(*p_)) return false;
         } else {
-            while (p_ != end_ && isDigit(*p_)) ++p_;
+            while (isDigit(*p_)) ++p_;
         }
         if (p_ - digits > kMaxDigits) return false;
         bool fraction = false;
-        if (p_ != end_ && *p_ == '.') {
+        if (*p_ == '.') {
             ++p_;
             const char* fractionStart = p_;
-            while (p_ != end_ && isDigit(*p_)) ++p_;
+            while (isDigit(*p_)) ++p_;
             const qsizetype count = p_ - fractionStart;
             if (count == 0 || count > kMaxDigits) return false;
             fraction = true;
         }
-        if (p_ != end_ && (*p_ == 'e' || *p_ == 'E')) return false;
+        if (*p_ == 'e' || *p_ == 'E') return false;
         out.kind = Value::Kind::number;
         out.pos = start - begin_;
         out.size = p_ - start;
@@ -274,14 +279,15 @@ private:
         return true;
     }
 
-    // After a value: white space, then one of the structural characters.
+    // After a value: white space, then one of the structural characters. A
+    // nested object or array may have closed with the last brace.
     bool atValueEnd() {
-        if (p_ != end_ && isSpace(*p_)) skipSpace();
-        return p_ != end_ && (*p_ == ',' || *p_ == '}' || *p_ == ']');
+        if (p_ == end_) return false;
+        if (isSpace(*p_)) skipSpace();
+        return *p_ == ',' || *p_ == '}' || *p_ == ']';
     }
 
     bool value(int depth, Value& out, Mode childMode) {
-        if (p_ == end_) return false;
         switch (*p_) {
             case '"':
                 if (!string(out)) return false;
@@ -314,8 +320,8 @@ private:
 
     bool array(int depth) {
         ++p_;
-        if (p_ != end_ && isSpace(*p_)) skipSpace();
-        if (p_ != end_ && *p_ == ']') {
+        if (isSpace(*p_)) skipSpace();
+        if (*p_ == ']') {
             ++p_;
             return true;
         }
@@ -328,22 +334,22 @@ private:
             }
             if (*p_ != ',') return false;
             ++p_;
-            if (p_ != end_ && isSpace(*p_)) skipSpace();
+            if (isSpace(*p_)) skipSpace();
         }
     }
 
     bool object(int depth, Mode mode) {
         ++p_;
-        if (p_ != end_ && isSpace(*p_)) skipSpace();
-        if (p_ != end_ && *p_ == '}') {
+        if (isSpace(*p_)) skipSpace();
+        if (*p_ == '}') {
             ++p_;
             return true;
         }
         while (true) {
-            if (p_ == end_ || *p_ != '"') return false;
+            if (*p_ != '"') return false;
             Value key{};
             if (!string(key) || !expect(':')) return false;
-            if (p_ != end_ && isSpace(*p_)) skipSpace();
+            if (isSpace(*p_)) skipSpace();
 
             int slot = kNoSlot;
             bool nestedMessage = false;
@@ -375,7 +381,7 @@ private:
             }
             if (*p_ != ',') return false;
             ++p_;
-            if (p_ != end_ && isSpace(*p_)) skipSpace();
+            if (isSpace(*p_)) skipSpace();
         }
     }
 
@@ -397,7 +403,8 @@ private:
 }  // namespace
 
 std::optional<Fields> extract(QUtf8StringView text) {
-    if (text.isEmpty() || text.front() != '{') return std::nullopt;
+    // An object Qt accepts ends with its brace once white space is trimmed.
+    if (text.size() < 2 || text.front() != '{' || text.back() != '}') return std::nullopt;
     return Scanner(text).run();
 }
 

@@ -28,9 +28,10 @@ struct Fields {
     Value nestedMessage;  // "fields" -> "message", when that is a string
 };
 
-// `text` must begin with '{'. Each field is the value of the first key of its
+// `text` is a trimmed line. Each field is the value of the first key of its
 // list that gives a string, number or boolean, duplicates resolved as the last
-// occurrence. Nothing when the line cannot be decided here.
+// occurrence. Nothing when the line cannot be decided here, which includes
+// every line that does not both begin with '{' and end with '}'.
 std::optional<Fields> extract(QUtf8StringView text);
 
 // The content of a string that extract() accepted, unescaped into `out`, which
