@@ -108,23 +108,51 @@ bool special(char c) {
     return c == '"' || c == '\\' || uchar(c) < 0x20 || uchar(c) >= 0x80;
 }
 
-const char* skipPlain(const char* p, const char* end) {
+// The first special byte from p on, or end; the text runs from begin to end.
+const char* skipPlain(const char* begin, const char* p, const char* end) {
 #if defined(__SSE2__)
     const __m128i quote = _mm_set1_epi8('"');
     const __m128i backslash = _mm_set1_epi8('\\');
     const __m128i space = _mm_set1_epi8(0x20);
-    while (end - p >= 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const auto specials = [&](const char* at) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
         // Signed: bytes above 0x7F count as below the space too.
         const __m128i hit =
             _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
                          _mm_cmplt_epi8(v, space));
-        const unsigned mask = unsigned(_mm_movemask_epi8(hit));
-        if (mask != 0) return p + std::countr_zero(mask);
-        p += 16;
+        return unsigned(_mm_movemask_epi8(hit));
+    };
+    for (; end - p >= 16; p += 16)
+        if (const unsigned mask = specials(p)) return p + std::countr_zero(mask);
+    // The last values of a line start within its last sixteen bytes: one more
+    // step that ends at the end, leaving out the bytes it reads again.
+    if (p != end && end - begin >= 16) {
+        const char* at = end - 16;
+        const unsigned mask = specials(at) >> (p - at);
+        return mask != 0 ? p + std::countr_zero(mask) : end;
     }
+#else
+    (void)begin;
 #endif
     while (p != end && !special(*p)) ++p;
+    return p;
+}
+
+// Past a run of ASCII digits, which the last brace ends at the latest.
+const char* skipDigits(const char* p, const char* end) {
+    if constexpr (std::endian::native == std::endian::little) {
+        // Eight bytes a step: a byte that is no digit has a high half other
+        // than 3, or a low half that carries when 6 is added.
+        for (; end - p >= 8; p += 8) {
+            quint64 v;
+            std::memcpy(&v, p, 8);
+            const quint64 other =
+                ((v & 0xF0F0F0F0F0F0F0F0ULL) ^ 0x3030303030303030ULL) |
+                (((v & 0x0F0F0F0F0F0F0F0FULL) + 0x0606060606060606ULL) & 0xF0F0F0F0F0F0F0F0ULL);
+            if (other != 0) return p + std::countr_zero(other) / 8;
+        }
+    }
+    while (isDigit(*p)) ++p;
     return p;
 }
 
@@ -196,7 +224,7 @@ private:
         const char* start = p_;
         bool escaped = false;
         while (true) {
-            p_ = skipPlain(p_, end_);
+            p_ = skipPlain(begin_, p_, end_);
             if (p_ == end_) return false;
             const char c = *p_;
             if (c == '"') {
@@ -251,14 +279,14 @@ private:
             ++p_;
             if (isDigit(*p_)) return false;
         } else {
-            while (isDigit(*p_)) ++p_;
+            p_ = skipDigits(p_, end_);
         }
         if (p_ - digits > kMaxDigits) return false;
         bool fraction = false;
         if (*p_ == '.') {
             ++p_;
             const char* fractionStart = p_;
-            while (isDigit(*p_)) ++p_;
+            p_ = skipDigits(p_, end_);
             const qsizetype count = p_ - fractionStart;
             if (count == 0 || count > kMaxDigits) return false;
             fraction = true;
@@ -347,7 +375,7 @@ private:
         }
         while (true) {
             if (*p_ != '"') return false;
-            Value key{};
+            Value key;  // string() sets what is read of it
             if (!string(key) || !expect(':')) return false;
             if (isSpace(*p_)) skipSpace();
 
