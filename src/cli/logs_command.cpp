@@ -146,16 +146,42 @@ int parseLines(const QStringList& args, Io& io) {
     }
 
     // Read and written a piece at a time, so memory stays the same whatever
-    // the input's size: only a line longer than a piece is held whole.
+    // the input's size. A line is held whole up to kMaxLine bytes, as much as
+    // a log's tail; a longer one (or input that never ends its line) goes on
+    // in pieces of that size, as a followed log's does, and loses no byte.
     constexpr qsizetype kPiece = qsizetype(1) << 20;
+    constexpr qsizetype kMaxLine = qsizetype(kTailBytes);
     ByteOutput output(io, kCommand);
     LineParser parser;
     QByteArray pending;  // the start of a line whose end is still to be read
     qsizetype lineStart = 0;
+    qsizetype searched = 0;    // no line feed in pending before this
+    qsizetype lineNumber = 1;  // of the line that starts at lineStart
+    bool inPieces = false;     // that line is already being parsed in pieces
     bool atStart = true;
+    // The pieces of a line longer than kMaxLine that ends at `end` or later,
+    // all but what is left of it; false when the output failed. A piece ends
+    // before a character, never inside one.
+    const auto pieces = [&](qsizetype end) {
+        for (; end - lineStart > kMaxLine; inPieces = true) {
+            if (!inPieces)
+                note(io, QStringLiteral("line %1 is longer than %2 bytes; it is parsed in "
+                                        "pieces of that size.")
+                             .arg(lineNumber)
+                             .arg(kMaxLine));
+            const char* piece = pending.constData() + lineStart;
+            qsizetype size = kMaxLine;
+            for (int back = 0; back < 3 && (uchar(piece[size]) & 0xC0) == 0x80; ++back) --size;
+            parser.parse(QByteArrayView(piece, size), output.buffer());
+            lineStart += size;
+            if (!output.pass()) return false;
+        }
+        return true;
+    };
     while (true) {
         const qsizetype kept = pending.size() - lineStart;
         if (lineStart > 0) pending.remove(0, lineStart);
+        searched = qMax<qsizetype>(searched - lineStart, 0);
         lineStart = 0;
         pending.resize(kept + kPiece);
         const qint64 got = file.read(pending.data() + kept, kPiece);
@@ -172,13 +198,19 @@ int parseLines(const QStringList& args, Io& io) {
         }
         if (got == 0) break;
         if (atStart) continue;
-        for (qsizetype lineFeed = pending.indexOf('\n', lineStart); lineFeed >= 0;
+        // A long line is searched once, not again with every piece read.
+        for (qsizetype lineFeed = pending.indexOf('\n', qMax(lineStart, searched)); lineFeed >= 0;
              lineFeed = pending.indexOf('\n', lineStart)) {
+            if (!pieces(lineFeed)) return exitFailure;
             parser.parse(QByteArrayView(pending).sliced(lineStart, lineFeed - lineStart),
                          output.buffer());
             lineStart = lineFeed + 1;
+            ++lineNumber;
+            inPieces = false;
             if (!output.pass()) return exitFailure;
         }
+        searched = pending.size();
+        if (!pieces(pending.size())) return exitFailure;
     }
     // A final line feed ends a line; it starts none.
     if (lineStart < pending.size())

@@ -108,6 +108,18 @@ TEST_F(LogsCli, ParseGivesOneObjectPerInputLine) {
     EXPECT_TRUE(pieces.contains(QStringLiteral("\"raw\":\"\uFEFFab\"}")));
     EXPECT_EQ(run({"logs", "parse"}, "").out, QString());
     EXPECT_EQ(run({"logs", "parse", host("/missing")}).code, 1);
+
+    // A line longer than a log's tail is parsed in pieces of that size, each
+    // ending before a character, however the input arrives; none is lost.
+    const QByteArray x(3'999'999, 'x');
+    const Result cut = run({"logs", "parse"}, line0 + x + "\xC3\xA9yz\n" + line0);
+    EXPECT_EQ(cut.code, 0);
+    EXPECT_EQ(field(cut.out, "raw"),
+              QStringList({"2024-05-01 10:00:00 INFO zero", x, QStringLiteral("\u00E9yz"),
+                           "2024-05-01 10:00:00 INFO zero"}));
+    EXPECT_EQ(cut.err,
+              "varnelctl logs: line 2 is longer than 4000000 bytes; it is parsed in "
+              "pieces of that size.\n");
 }
 
 TEST_F(LogsCli, ShowPrintsTheViewersRowsWithTheStatusLineOnStderr) {
