@@ -159,9 +159,9 @@ int parseLines(const QStringList& args, Io& io) {
     qsizetype lineNumber = 1;  // of the line that starts at lineStart
     bool inPieces = false;     // that line is already being parsed in pieces
     bool atStart = true;
-    // The pieces of a line longer than kMaxLine that ends at `end` or later,
-    // all but what is left of it; false when the output failed. A piece ends
-    // before a character, never inside one.
+    // Parses the line at lineStart, which runs to `end` or beyond, a piece of
+    // kMaxLine bytes at a time until no more than that is left of it; false
+    // when the output failed. A piece ends before a character, never inside one.
     const auto pieces = [&](qsizetype end) {
         for (; end - lineStart > kMaxLine; inPieces = true) {
             if (!inPieces)
