@@ -7,6 +7,8 @@
 #include <emmintrin.h>
 #endif
 
+#include "logs/utf8.h"
+
 namespace varnel::json_fields {
 
 namespace {
@@ -141,15 +143,11 @@ const char* skipPlain(const char* begin, const char* p, const char* end) {
 // Past a run of ASCII digits, which the last brace ends at the latest.
 const char* skipDigits(const char* p, const char* end) {
     if constexpr (std::endian::native == std::endian::little) {
-        // Eight bytes a step: a byte that is no digit has a high half other
-        // than 3, or a low half that carries when 6 is added.
         for (; end - p >= 8; p += 8) {
             quint64 v;
             std::memcpy(&v, p, 8);
-            const quint64 other =
-                ((v & 0xF0F0F0F0F0F0F0F0ULL) ^ 0x3030303030303030ULL) |
-                (((v & 0x0F0F0F0F0F0F0F0FULL) + 0x0606060606060606ULL) & 0xF0F0F0F0F0F0F0F0ULL);
-            if (other != 0) return p + std::countr_zero(other) / 8;
+            if (const quint64 other = utf8::nonDigitBytes(v))
+                return p + std::countr_zero(other) / 8;
         }
     }
     while (isDigit(*p)) ++p;

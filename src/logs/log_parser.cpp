@@ -163,20 +163,15 @@ bool fixedStampAt(const char* s, qsizetype n) {
     quint64 b;
     std::memcpy(&a, s, 8);
     std::memcpy(&b, s + 8, 8);
-    // A byte is an ASCII digit when its high half is 3 and adding 6 to its low
-    // half carries nothing out of it. Bytes 0-3 and 5-6 of a, and 0-1, 3-4
-    // and 6-7 of b (8-9, 11-12, 14-15 of the stamp).
+    // The digits: bytes 0-3 and 5-6 of a, and 0-1, 3-4 and 6-7 of b (8-9,
+    // 11-12, 14-15 of the stamp).
     constexpr quint64 kDigitsA = 0x00FFFF00FFFFFFFFULL;
     constexpr quint64 kDigitsB = 0xFFFF00FFFF00FFFFULL;
-    const auto digits = [](quint64 x, quint64 where) {
-        const quint64 highs = 0xF0F0F0F0F0F0F0F0ULL & where;
-        return (x & highs) == (0x3030303030303030ULL & where) &&
-               (((x & 0x0F0F0F0F0F0F0F0FULL) + 0x0606060606060606ULL) & highs) == 0;
-    };
     const auto byte = [](quint64 x, int k) { return char(x >> (8 * k)); };
-    return digits(a, kDigitsA) && byte(a, 4) == '-' && byte(a, 7) == '-' && digits(b, kDigitsB) &&
-           (byte(b, 2) == 'T' || byte(b, 2) == ' ') && byte(b, 5) == ':' && s[16] == ':' &&
-           s[17] >= '0' && s[17] <= '9' && s[18] >= '0' && s[18] <= '9';
+    return (utf8::nonDigitBytes(a) & kDigitsA) == 0 && byte(a, 4) == '-' && byte(a, 7) == '-' &&
+           (utf8::nonDigitBytes(b) & kDigitsB) == 0 && (byte(b, 2) == 'T' || byte(b, 2) == ' ') &&
+           byte(b, 5) == ':' && s[16] == ':' && s[17] >= '0' && s[17] <= '9' && s[18] >= '0' &&
+           s[18] <= '9';
 }
 
 struct StampHit {

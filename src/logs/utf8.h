@@ -116,6 +116,14 @@ inline qsizetype indexOf(QByteArrayView bytes, char c) {
     return hit == nullptr ? -1 : static_cast<const char*>(hit) - bytes.data();
 }
 
+// Eight bytes as one little-endian word: nonzero in each byte that is not an
+// ASCII digit, whose high half is not 3 or whose low half carries when 6 is
+// added; zero in each digit. No byte disturbs its neighbours.
+inline quint64 nonDigitBytes(quint64 x) {
+    return ((x & 0xF0F0F0F0F0F0F0F0ULL) ^ 0x3030303030303030ULL) |
+           (((x & 0x0F0F0F0F0F0F0F0FULL) + 0x0606060606060606ULL) & 0xF0F0F0F0F0F0F0F0ULL);
+}
+
 inline QByteArrayView bytes(QUtf8StringView s) {
     return {reinterpret_cast<const char*>(s.data()), s.size()};
 }
