@@ -88,6 +88,18 @@ void Builder::addLines(qsizetype from, qsizetype to) {
 
 void Builder::add(QUtf8StringView line, quint32 lineBase, qsizetype lineAt, qsizetype textAt,
                   const utf8::LineScan& scan) {
+    if (lastStamped_ && scan.ascii && !scan.escape) {
+        // A stack frame folds whatever else it holds: its first word is too
+        // short to be a level or to end in ':', and no time stamp begins
+        // with a letter, so its message is the whole trimmed line.
+        const QUtf8StringView trimmed = utf8::trimmed(line);
+        if (startsWith(trimmed, "at ") || startsWith(trimmed, "in ")) {
+            folds_.push_back(
+                {ref(lineBase, lineAt + (trimmed.data() - line.data()), trimmed.size()),
+                 ref(lineBase, lineAt, line.size()), true});
+            return;
+        }
+    }
     const LogParser::Spans spans = parser_.parse(line, {scan.ascii, scan.escape, false}, side_);
     const bool stamped = spans.time.size > 0;
     if (!stamped && lastStamped_) {

@@ -87,6 +87,8 @@ TEST(LogRows, SplittingAndFoldingMatchRowsBuiltThePlainWay) {
         // their own time stamp are rows of their own.
         "  at start\nplain line\n  at under plain\n2024-05-01 10:00:00 a\n 2024-05-01 10:00:01 "
         "b\r\n",
+        // Frames with a level, a prefix or colour after their first word; a bare "at".
+        "2024-05-01 10:00:00 a\n\tat ERROR: x\n\v in svc: y \n  in \x1b[2mz\x1b[0m\nat\n",
         "",
         "\n\n \u00a0\n",
         // A byte-order mark between a carriage return and its line feed: the
