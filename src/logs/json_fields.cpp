@@ -188,17 +188,18 @@ struct Found {
 // The text begins with '{' and ends with '}'. Every step that looks for
 // something other than a closing brace therefore stops at the last byte at the
 // latest, and only the steps that can pass a closing brace (the end of a string
-// or of a nested object or array) ask where the text ends.
+// or of a nested object or array) ask where the text ends. Each step takes the
+// position it starts at and gives the one after what it read, or nullptr when
+// the text is not what it reads, so the position lives in a register rather
+// than in the scanner.
 class Scanner {
 public:
     explicit Scanner(QUtf8StringView text)
-        : begin_(reinterpret_cast<const char*>(text.data())),
-          p_(begin_),
-          end_(begin_ + text.size()) {}
+        : begin_(reinterpret_cast<const char*>(text.data())), end_(begin_ + text.size()) {}
 
     std::optional<Fields> run() {
         // Anything after the object would hold the last brace: no white space only.
-        if (!object(1, Mode::top) || p_ != end_) return std::nullopt;
+        if (object(begin_, 1, Mode::top) != end_) return std::nullopt;
         return choose();
     }
 
@@ -206,37 +207,37 @@ private:
     static bool isSpace(char c) {
         return uchar(c) <= ' ' && (c == ' ' || c == '\t' || c == '\n' || c == '\r');
     }
-    void skipSpace() {
-        while (isSpace(*p_)) ++p_;
+    // Called at white space, which between tokens is mostly a single space.
+    static const char* skipSpace(const char* p) {
+        ++p;
+        while (isSpace(*p)) ++p;
+        return p;
     }
     // Past white space to the next character, which must be `c`.
-    bool expect(char c) {
-        if (isSpace(*p_)) skipSpace();
-        if (*p_ != c) return false;
-        ++p_;
-        return true;
+    static const char* expect(const char* p, char c) {
+        if (isSpace(*p)) p = skipSpace(p);
+        return *p == c ? p + 1 : nullptr;
     }
 
-    bool string(Value& out) {
-        ++p_;  // the opening quote
-        const char* start = p_;
+    const char* string(const char* p, Value& out) const {
+        ++p;  // the opening quote
+        const char* start = p;
         bool escaped = false;
         while (true) {
-            p_ = skipPlain(begin_, p_, end_);
-            if (p_ == end_) return false;
-            const char c = *p_;
+            p = skipPlain(begin_, p, end_);
+            if (p == end_) return nullptr;
+            const char c = *p;
             if (c == '"') {
                 out.kind = Value::Kind::string;
                 out.escaped = escaped;
                 out.pos = start - begin_;
-                out.size = p_ - start;
-                ++p_;
-                return true;
+                out.size = p - start;
+                return p + 1;
             }
             if (c == '\\') {
                 escaped = true;
-                if (end_ - p_ < 2) return false;
-                switch (p_[1]) {
+                if (end_ - p < 2) return nullptr;
+                switch (p[1]) {
                     case '"':
                     case '\\':
                     case '/':
@@ -245,143 +246,137 @@ private:
                     case 'n':
                     case 'r':
                     case 't':
-                        p_ += 2;
+                        p += 2;
                         continue;
                     case 'u': {
-                        if (end_ - p_ < 6) return false;
-                        const int unit = hexQuad(p_ + 2);
+                        if (end_ - p < 6) return nullptr;
+                        const int unit = hexQuad(p + 2);
                         // Surrogates, paired or not, are left to Qt's reader.
-                        if (unit < 0 || (unit >= 0xD800 && unit <= 0xDFFF)) return false;
-                        p_ += 6;
+                        if (unit < 0 || (unit >= 0xD800 && unit <= 0xDFFF)) return nullptr;
+                        p += 6;
                         continue;
                     }
                     default:
-                        return false;
+                        return nullptr;
                 }
             }
-            if (uchar(c) < 0x20) return false;
+            if (uchar(c) < 0x20) return nullptr;
             // Above ASCII: a byte-order mark is left to Qt's reader; anything
             // else is plain content.
-            if (uchar(c) == 0xEF && end_ - p_ >= 3 && uchar(p_[1]) == 0xBB && uchar(p_[2]) == 0xBF)
-                return false;
-            ++p_;
+            if (uchar(c) == 0xEF && end_ - p >= 3 && uchar(p[1]) == 0xBB && uchar(p[2]) == 0xBF)
+                return nullptr;
+            ++p;
         }
     }
 
-    bool number(Value& out) {
-        const char* start = p_;
-        if (*p_ == '-') ++p_;
-        if (!isDigit(*p_)) return false;
-        const char* digits = p_;
-        if (*p_ == '0') {
-            ++p_;
-            if (isDigit(*p_)) return false;
+    const char* number(const char* p, Value& out) const {
+        const char* start = p;
+        if (*p == '-') ++p;
+        if (!isDigit(*p)) return nullptr;
+        const char* digits = p;
+        if (*p == '0') {
+            ++p;
+            if (isDigit(*p)) return nullptr;
         } else {
-            p_ = skipDigits(p_, end_);
+            p = skipDigits(p, end_);
         }
-        if (p_ - digits > kMaxDigits) return false;
+        if (p - digits > kMaxDigits) return nullptr;
         bool fraction = false;
-        if (*p_ == '.') {
-            ++p_;
-            const char* fractionStart = p_;
-            p_ = skipDigits(p_, end_);
-            const qsizetype count = p_ - fractionStart;
-            if (count == 0 || count > kMaxDigits) return false;
+        if (*p == '.') {
+            ++p;
+            const char* fractionStart = p;
+            p = skipDigits(p, end_);
+            const qsizetype count = p - fractionStart;
+            if (count == 0 || count > kMaxDigits) return nullptr;
             fraction = true;
         }
-        if (*p_ == 'e' || *p_ == 'E') return false;
+        if (*p == 'e' || *p == 'E') return nullptr;
         out.kind = Value::Kind::number;
         out.pos = start - begin_;
-        out.size = p_ - start;
+        out.size = p - start;
         // Qt prints -0 as "0"; leave that one to it.
         out.plainInteger = !fraction && !(out.size == 2 && start[0] == '-');
-        return true;
+        return p;
     }
 
     template <size_t N>
-    bool literal(const char (&word)[N]) {
-        if (end_ - p_ < qsizetype(N - 1) || std::memcmp(p_, word, N - 1) != 0) return false;
-        p_ += N - 1;
-        return true;
+    const char* literal(const char* p, const char (&word)[N]) const {
+        if (end_ - p < qsizetype(N - 1) || std::memcmp(p, word, N - 1) != 0) return nullptr;
+        return p + N - 1;
     }
 
     // After a value: white space, then one of the structural characters. A
     // nested object or array may have closed with the last brace.
-    bool atValueEnd() {
-        if (p_ == end_) return false;
-        if (isSpace(*p_)) skipSpace();
-        return *p_ == ',' || *p_ == '}' || *p_ == ']';
+    const char* atValueEnd(const char* p) const {
+        if (p == end_) return nullptr;
+        if (isSpace(*p)) p = skipSpace(p);
+        return *p == ',' || *p == '}' || *p == ']' ? p : nullptr;
     }
 
-    bool value(int depth, Value& out, Mode childMode) {
-        switch (*p_) {
+    const char* value(const char* p, int depth, Value& out, Mode childMode) {
+        switch (*p) {
             case '"':
-                if (!string(out)) return false;
+                p = string(p, out);
                 break;
             case '{':
-                if (depth >= kMaxDepth || !object(depth + 1, childMode)) return false;
+                p = depth >= kMaxDepth ? nullptr : object(p, depth + 1, childMode);
                 break;
             case '[':
-                if (depth >= kMaxDepth || !array(depth + 1)) return false;
+                p = depth >= kMaxDepth ? nullptr : array(p, depth + 1);
                 break;
             case 't':
-                if (!literal("true")) return false;
+                p = literal(p, "true");
                 out.kind = Value::Kind::boolean;
                 out.truth = true;
                 break;
             case 'f':
-                if (!literal("false")) return false;
+                p = literal(p, "false");
                 out.kind = Value::Kind::boolean;
                 out.truth = false;
                 break;
             case 'n':
-                if (!literal("null")) return false;
+                p = literal(p, "null");
                 break;
             default:
-                if (!number(out)) return false;
+                p = number(p, out);
                 break;
         }
-        return atValueEnd();
+        return p == nullptr ? nullptr : atValueEnd(p);
     }
 
-    bool array(int depth) {
-        ++p_;
-        if (isSpace(*p_)) skipSpace();
-        if (*p_ == ']') {
-            ++p_;
-            return true;
-        }
+    const char* array(const char* p, int depth) {
+        ++p;
+        if (isSpace(*p)) p = skipSpace(p);
+        if (*p == ']') return p + 1;
         while (true) {
             Value ignored{};
-            if (!value(depth, ignored, Mode::other)) return false;
-            if (*p_ == ']') {
-                ++p_;
-                return true;
-            }
-            if (*p_ != ',') return false;
-            ++p_;
-            if (isSpace(*p_)) skipSpace();
+            p = value(p, depth, ignored, Mode::other);
+            if (p == nullptr) return nullptr;
+            if (*p == ']') return p + 1;
+            if (*p != ',') return nullptr;
+            ++p;
+            if (isSpace(*p)) p = skipSpace(p);
         }
     }
 
-    bool object(int depth, Mode mode) {
-        ++p_;
-        if (isSpace(*p_)) skipSpace();
-        if (*p_ == '}') {
-            ++p_;
-            return true;
-        }
+    const char* object(const char* p, int depth, Mode mode) {
+        ++p;
+        if (isSpace(*p)) p = skipSpace(p);
+        if (*p == '}') return p + 1;
         while (true) {
-            if (*p_ != '"') return false;
+            if (*p != '"') return nullptr;
             Value key;  // string() sets what is read of it
-            if (!string(key) || !expect(':')) return false;
-            if (isSpace(*p_)) skipSpace();
+            p = string(p, key);
+            if (p == nullptr) return nullptr;
+            p = expect(p, ':');
+            if (p == nullptr) return nullptr;
+            if (isSpace(*p)) p = skipSpace(p);
 
             int slot = kNoSlot;
             bool nestedMessage = false;
             if (mode != Mode::other) {
                 // An escaped key could spell a key we want; the real reader decides.
-                if (key.escaped) return false;
+                if (key.escaped) return nullptr;
                 const char* name = begin_ + key.pos;
                 if (mode == Mode::top) {
                     slot = topLevelSlot(name, key.size);
@@ -390,24 +385,24 @@ private:
                 }
             }
 
+            // The last "fields" wins, so what an earlier one held is gone.
+            if (slot == kFields) found_.nested = Value{};
             Value v{};
-            if (slot == kFields) {
-                // The last "fields" wins, so what an earlier one held is gone.
-                found_.nested = Value{};
-                if (!value(depth, v, Mode::nested)) return false;
+            if (*p == '"') {
+                // Most values are strings: read here rather than through a call.
+                p = string(p, v);
+                if (p != nullptr) p = atValueEnd(p);
             } else {
-                if (!value(depth, v, Mode::other)) return false;
+                p = value(p, depth, v, slot == kFields ? Mode::nested : Mode::other);
             }
+            if (p == nullptr) return nullptr;
             if (slot >= 0) found_.set(slot, v);
             if (nestedMessage) found_.nested = v.kind == Value::Kind::string ? v : Value{};
 
-            if (*p_ == '}') {
-                ++p_;
-                return true;
-            }
-            if (*p_ != ',') return false;
-            ++p_;
-            if (isSpace(*p_)) skipSpace();
+            if (*p == '}') return p + 1;
+            if (*p != ',') return nullptr;
+            ++p;
+            if (isSpace(*p)) p = skipSpace(p);
         }
     }
 
@@ -421,7 +416,6 @@ private:
     }
 
     const char* begin_;
-    const char* p_;
     const char* end_;
     Found found_;
 };
