@@ -411,7 +411,12 @@ public:
                 asciiLevelWord(reinterpret_cast<const char*>(text.data()), text.size());
             if (index >= 0) return word(index);
             if (!hasLowerAscii(text)) return inCleaned ? slice(text) : made(utf8::bytes(text));
-            return made(QByteArrayView(utf8::bytes(text).toByteArray().toUpper()));
+            // Upper-cased straight into the side buffer, which `text` is never in.
+            const qsizetype at = side_.size();
+            char* out = side_.extend(text.size());
+            for (const char c : utf8::bytes(text))
+                *out++ = c >= 'a' && c <= 'z' ? char(c - 0x20) : c;
+            return {at, text.size(), LogParser::SpanBase::side};
         }
         const QString normalised = LogParser::normLevel(text16(text));
         const QByteArray encoded = utf8::encode(normalised);
