@@ -215,6 +215,7 @@ private:
     }
     // Past white space to the next character, which must be `c`.
     static const char* expect(const char* p, char c) {
+        if (*p == c) return p + 1;
         if (isSpace(*p)) p = skipSpace(p);
         return *p == c ? p + 1 : nullptr;
     }
@@ -388,10 +389,12 @@ private:
             // The last "fields" wins, so what an earlier one held is gone.
             if (slot == kFields) found_.nested = Value{};
             Value v{};
-            if (*p == '"') {
-                // Most values are strings: read here rather than through a call.
-                p = string(p, v);
-                if (p != nullptr) p = atValueEnd(p);
+            if (*p == '"' || *p == '-' || isDigit(*p)) {
+                // Most values are strings or numbers: read here rather than
+                // through a call. Neither ends at the last byte, the brace, and
+                // what may follow is looked at below.
+                p = *p == '"' ? string(p, v) : number(p, v);
+                if (p != nullptr && isSpace(*p)) p = skipSpace(p);
             } else {
                 p = value(p, depth, v, slot == kFields ? Mode::nested : Mode::other);
             }
