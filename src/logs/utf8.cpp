@@ -261,9 +261,20 @@ qsizetype codePoints(QUtf8StringView s, qsizetype limit) {
 }
 
 QUtf8StringView firstCodePoints(QUtf8StringView s, qsizetype n) {
+    const char* p = reinterpret_cast<const char*>(s.data());
     qsizetype i = 0;
-    for (qsizetype count = 0; i < s.size(); ++i) {
-        if ((uchar(s.data()[i]) & 0xC0) != 0x80 && count++ == n) break;
+    qsizetype count = 0;  // code points that start before i
+    // Eight bytes a step while a step cannot reach the start of code point
+    // n + 1: a continuation byte has bit 7 set and bit 6 clear.
+    if constexpr (std::endian::native == std::endian::little) {
+        for (; i + 8 <= s.size() && count + 8 <= n; i += 8) {
+            std::uint64_t x;
+            std::memcpy(&x, p + i, 8);
+            count += 8 - std::popcount(x & ~(x << 1) & 0x8080808080808080ULL);
+        }
+    }
+    for (; i < s.size(); ++i) {
+        if ((uchar(p[i]) & 0xC0) != 0x80 && count++ == n) break;
     }
     return s.first(i);
 }

@@ -31,3 +31,16 @@ TEST(Utf8, LineScanAgreesOnEitherPathWhereverTheBytesStand) {
     // Past the vector counters' 255 steps.
     EXPECT_EQ(utf8::countLineFeeds(QByteArray(9000, '\n').replace(4081, 1, "x")), 8999);
 }
+
+TEST(Utf8, FirstCodePointsCutsWhereUtf16Does) {
+    // One to four bytes a character, in runs that cross the eight-byte steps.
+    const QString text = QString::fromUtf8("ab\u00e9c\u20acd\U0001F600e").repeated(6);
+    const QByteArray bytes = text.toUtf8();
+    qsizetype units = 0;  // UTF-16 units of the first n code points
+    for (qsizetype n = 0; n <= text.size(); ++n) {
+        ASSERT_EQ(utf8::firstCodePoints(QUtf8StringView(bytes), n).size(),
+                  text.first(units).toUtf8().size())
+            << n;
+        if (units < text.size()) units += text[units].isHighSurrogate() ? 2 : 1;
+    }
+}
