@@ -310,14 +310,16 @@ Verdict scanLevel(const char* w, qsizetype n, qsizetype& start, qsizetype& lengt
 // ANSI sequences removed; the pattern begins with ESC, so a failed attempt can
 // only resume at the next ESC. Coloured lines hold a few short runs of text
 // between sequences, copied sixteen bytes a store up to the next ESC rather
-// than by a search and a copy call for each.
-void stripEscapes(QByteArrayView text, QByteArray& out) {
+// than by a search and a copy call for each. The text without them is written
+// to `buffer`, which only ever grows, and returned as a view of it.
+QByteArrayView stripEscapes(QByteArrayView text, QByteArray& buffer) {
     constexpr qsizetype kStep = 16;
     const char* p = text.data();
     const qsizetype n = text.size();
     // Whole stores may go up to a step past what is kept; the text never grows.
-    if (out.size() < n + kStep) out.resize(n + kStep);
-    char* o = out.data();
+    if (buffer.size() < n + kStep) buffer.resize(n + kStep);
+    char* const begin = buffer.data();
+    char* o = begin;
 #if defined(__SSE2__)
     const __m128i escape = _mm_set1_epi8(kEscape);
 #endif
@@ -360,7 +362,7 @@ void stripEscapes(QByteArrayView text, QByteArray& out) {
             i = j;
         }
     }
-    out.truncate(o - out.data());
+    return {begin, o - begin};
 }
 
 bool hasLowerAscii(QUtf8StringView s) {
@@ -592,9 +594,8 @@ const QRegularExpression& ansiRegex() {
 }
 
 QString stripANSI(QStringView text) {
-    QByteArray out;
-    stripEscapes(utf8::encode(text), out);
-    return QString::fromUtf8(out);
+    QByteArray buffer;
+    return QString::fromUtf8(stripEscapes(utf8::encode(text), buffer));
 }
 
 QString normLevel(QStringView text) {
@@ -607,8 +608,7 @@ Spans Parser::parse(QUtf8StringView line, LineFacts facts, ByteStore& side) {
     qsizetype cleanedAt = 0;
     SpanBase base = SpanBase::line;
     if (facts.escape && utf8::indexOf(utf8::bytes(line), kEscape) >= 0) {
-        stripEscapes(utf8::bytes(line), scratch_);
-        cleaned = utf8::trimmed(QUtf8StringView(scratch_));
+        cleaned = utf8::trimmed(QUtf8StringView(stripEscapes(utf8::bytes(line), scratch_)));
         // The cleaned line goes to the side buffer before anything else, and is
         // read from the scratch copy, which stays put while the side grows.
         base = SpanBase::side;
