@@ -247,14 +247,27 @@ bool isAsciiWordChar(uchar c) {
 // The level word an ASCII run spells, as a fixed word index, or -1.
 int asciiLevelWord(const char* run, qsizetype size) {
     if (size < 3 || size > 8 || kWordBytes[uchar(run[0])] != 2) return -1;
-    // Packed one byte per character, so each word is one compare. Clearing bit
-    // 0x20 makes any byte equal to an upper-case letter only when it is that
-    // letter in either case.
+    // Packed one byte per character, the first in the lowest byte, so each
+    // word is one compare. Clearing bit 0x20 makes any byte equal to an
+    // upper-case letter only when it is that letter in either case.
     quint64 packed = 0;
-    for (qsizetype k = 0; k < size; ++k) packed = (packed << 8) | (uchar(run[k]) & 0xDF);
+    if (size == 3) {
+        packed =
+            quint64(uchar(run[0])) | quint64(uchar(run[1])) << 8 | quint64(uchar(run[2])) << 16;
+    } else if constexpr (std::endian::native == std::endian::little) {
+        // Two loads that overlap, never reading past the run.
+        quint32 low;
+        quint32 high;
+        std::memcpy(&low, run, 4);
+        std::memcpy(&high, run + size - 4, 4);
+        packed = quint64(low) | quint64(high) << (8 * (size - 4));
+    } else {
+        for (qsizetype k = size - 1; k >= 0; --k) packed = (packed << 8) | uchar(run[k]);
+    }
+    packed &= 0xDFDFDFDFDFDFDFDFULL;
     constexpr auto pack = [](const char* word) {
         quint64 value = 0;
-        for (; *word != 0; ++word) value = (value << 8) | quint64(*word);
+        for (int shift = 0; *word != 0; ++word, shift += 8) value |= quint64(uchar(*word)) << shift;
         return value;
     };
     switch (packed) {
