@@ -174,14 +174,16 @@ struct Found {
     }
 
     // The value of the first key present among the slots from `from` to
-    // `to`, which are in the order the field tries its keys. Nothing when that
+    // `to`, which are in the order the field tries its keys. False when that
     // is a number whose text only Qt can give.
-    std::optional<Value> first(Slot from, Slot to) const {
+    bool first(Slot from, Slot to, Value& out) const {
         const quint32 keys = present & ((2u << to) - (1u << from));
-        if (keys == 0) return Value{};
-        const Value& v = values[size_t(std::countr_zero(keys))];
-        if (v.kind == Value::Kind::number && !v.plainInteger) return std::nullopt;
-        return v;
+        if (keys == 0) {
+            out = Value{};
+            return true;
+        }
+        out = values[size_t(std::countr_zero(keys))];
+        return out.kind != Value::Kind::number || out.plainInteger;
     }
 };
 
@@ -197,10 +199,9 @@ public:
     explicit Scanner(QUtf8StringView text)
         : begin_(reinterpret_cast<const char*>(text.data())), end_(begin_ + text.size()) {}
 
-    std::optional<Fields> run() {
+    bool run(Fields& out) {
         // Anything after the object would hold the last brace: no white space only.
-        if (object(begin_, 1, Mode::top) != end_) return std::nullopt;
-        return choose();
+        return object(begin_, 1, Mode::top) == end_ && choose(out);
     }
 
 private:
@@ -409,13 +410,12 @@ private:
         }
     }
 
-    std::optional<Fields> choose() const {
-        const auto time = found_.first(kTimestamp, kAtTimestamp);
-        const auto level = found_.first(kLevel, kSeverity);
-        const auto source = found_.first(kTarget, kName);
-        const auto message = found_.first(kMessage, kBody);
-        if (!time || !level || !source || !message) return std::nullopt;
-        return Fields{*time, *level, *source, *message, found_.nested};
+    bool choose(Fields& out) const {
+        out.nestedMessage = found_.nested;
+        return found_.first(kTimestamp, kAtTimestamp, out.time) &&
+               found_.first(kLevel, kSeverity, out.level) &&
+               found_.first(kTarget, kName, out.source) &&
+               found_.first(kMessage, kBody, out.message);
     }
 
     const char* begin_;
@@ -425,10 +425,10 @@ private:
 
 }  // namespace
 
-std::optional<Fields> extract(QUtf8StringView text) {
+bool extract(QUtf8StringView text, Fields& out) {
     // An object Qt accepts ends with its brace once white space is trimmed.
-    if (text.size() < 2 || text.front() != '{' || text.back() != '}') return std::nullopt;
-    return Scanner(text).run();
+    if (text.size() < 2 || text.front() != '{' || text.back() != '}') return false;
+    return Scanner(text).run(out);
 }
 
 qsizetype unescape(QUtf8StringView content, char* out) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QUtf8StringView>
-#include <optional>
 
 // A single pass over one JSON object line that picks out the values a log row
 // needs, without building a document. It answers only when it is sure Qt's own
@@ -30,9 +29,10 @@ struct Fields {
 
 // `text` is a trimmed line. Each field is the value of the first key of its
 // list that gives a string, number or boolean, duplicates resolved as the last
-// occurrence. Nothing when the line cannot be decided here, which includes
-// every line that does not both begin with '{' and end with '}'.
-std::optional<Fields> extract(QUtf8StringView text);
+// occurrence. False when the line cannot be decided here, which includes every
+// line that does not both begin with '{' and end with '}'; `out` then holds
+// nothing of use.
+bool extract(QUtf8StringView text, Fields& out);
 
 // The content of a string that extract() accepted, unescaped into `out`, which
 // has room for content.size() bytes (the text never gets longer). Its length.

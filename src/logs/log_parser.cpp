@@ -454,8 +454,8 @@ private:
 // The JSON steps; false when the line is not a JSON object.
 bool jsonSpans(const SpanMaker& make, LogParser::Spans& out) {
     const QUtf8StringView cleaned = make.cleaned();
-    const std::optional<json_fields::Fields> fields = json_fields::extract(cleaned);
-    if (!fields) {
+    json_fields::Fields fields;
+    if (!json_fields::extract(cleaned, fields)) {
         out.decidedFast = false;
         const std::optional<LogRow> row = referenceJson(text16(cleaned));
         if (!row) return false;
@@ -480,9 +480,9 @@ bool jsonSpans(const SpanMaker& make, LogParser::Spans& out) {
         return {};
     };
 
-    out.time = text(fields->time);
-    out.source = text(fields->source);
-    const json_fields::Value& level = fields->level;
+    out.time = text(fields.time);
+    out.source = text(fields.source);
+    const json_fields::Value& level = fields.level;
     if (level.kind == json_fields::Value::Kind::string && level.escaped) {
         QByteArray unescaped(level.size, Qt::Uninitialized);
         unescaped.truncate(
@@ -493,8 +493,8 @@ bool jsonSpans(const SpanMaker& make, LogParser::Spans& out) {
     } else if (level.kind != json_fields::Value::Kind::none) {
         out.level = make.level(cleaned.sliced(level.pos, level.size), true);
     }
-    out.message = text(fields->message);
-    if (out.message.size == 0) out.message = text(fields->nestedMessage);
+    out.message = text(fields.message);
+    if (out.message.size == 0) out.message = text(fields.nestedMessage);
     if (out.message.size == 0) out.message = out.raw;
     return true;
 }
