@@ -143,13 +143,17 @@ qsizetype countLineFeeds(QByteArrayView bytes) {
     qsizetype i = 0;
 #if defined(__SSE2__)
     const __m128i lineFeed = _mm_set1_epi8('\n');
-    while (i + 16 <= n) {
-        // Byte counters of 255 steps at most, then summed.
+    const auto hits = [&](qsizetype at) {
+        return _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + at)), lineFeed);
+    };
+    while (i + 64 <= n) {
+        // Byte counters that gain at most four a step: 63 steps, then summed.
         __m128i counts = _mm_setzero_si128();
-        const qsizetype stop = qMin(n - 15, i + qsizetype(255) * 16);
-        for (; i < stop; i += 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-            counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, lineFeed));
+        const qsizetype stop = qMin(n - 63, i + qsizetype(63) * 64);
+        for (; i < stop; i += 64) {
+            const __m128i pair = _mm_add_epi8(hits(i), hits(i + 16));
+            counts =
+                _mm_sub_epi8(counts, _mm_add_epi8(pair, _mm_add_epi8(hits(i + 32), hits(i + 48))));
         }
         const __m128i sums = _mm_sad_epu8(counts, _mm_setzero_si128());
         count += _mm_cvtsi128_si32(sums) + _mm_cvtsi128_si32(_mm_srli_si128(sums, 8));

@@ -44,3 +44,13 @@ TEST(Utf8, FirstCodePointsCutsWhereUtf16Does) {
         if (units < text.size()) units += text[units].isHighSurrogate() ? 2 : 1;
     }
 }
+
+TEST(Utf8, CountsLineFeedsHoweverDenseAndWhereverTheyEnd) {
+    // Only line feeds, long enough to fill every byte counter many times
+    // over, then line feeds among other bytes, cut at every length near the
+    // vector steps.
+    EXPECT_EQ(utf8::countLineFeeds(QByteArray(100'000, '\n')), 100'000);
+    const QByteArray mixed = QByteArray("a\nbc\n\n\xc3\xa9\n").repeated(40);
+    for (qsizetype size = 0; size <= mixed.size(); ++size)
+        ASSERT_EQ(utf8::countLineFeeds(mixed.first(size)), mixed.first(size).count('\n')) << size;
+}
