@@ -385,12 +385,18 @@ bool hasLowerAscii(QUtf8StringView s) {
 }
 
 // Builds the Spans of one line: `cleaned` is where the cleaned line is read
-// from, and cleanedAt/cleanedBase say where it lives for the caller.
+// from, and cleanedAt/cleanedBase say where it lives for the caller; `ascii`
+// says it holds no byte above ASCII.
 class SpanMaker {
 public:
     SpanMaker(QUtf8StringView cleaned, qsizetype cleanedAt, LogParser::SpanBase cleanedBase,
-              ByteStore& side, LogParser::Spans& out)
-        : cleaned_(cleaned), at_(cleanedAt), base_(cleanedBase), side_(side), out_(out) {}
+              bool ascii, ByteStore& side, LogParser::Spans& out)
+        : cleaned_(cleaned),
+          at_(cleanedAt),
+          base_(cleanedBase),
+          ascii_(ascii),
+          side_(side),
+          out_(out) {}
 
     LogParser::Span slice(QUtf8StringView part) const {
         if (part.isEmpty()) return {};
@@ -421,7 +427,7 @@ public:
     // normLevel(text); `text` is a slice of the cleaned line when inCleaned.
     LogParser::Span level(QUtf8StringView text, bool inCleaned) const {
         if (text.isEmpty()) return {};
-        if (utf8::isAscii(text)) {
+        if ((inCleaned && ascii_) || utf8::isAscii(text)) {
             const int index =
                 asciiLevelWord(reinterpret_cast<const char*>(text.data()), text.size());
             if (index >= 0) return word(index);
@@ -447,6 +453,7 @@ private:
     QUtf8StringView cleaned_;
     qsizetype at_;
     LogParser::SpanBase base_;
+    bool ascii_;
     ByteStore& side_;
     LogParser::Spans& out_;
 };
@@ -630,7 +637,7 @@ Spans Parser::parse(QUtf8StringView line, LineFacts facts, ByteStore& side) {
         cleaned = utf8::trimmed(line);
         cleanedAt = cleaned.data() - line.data();
     }
-    const SpanMaker make(cleaned, cleanedAt, base, side, out);
+    const SpanMaker make(cleaned, cleanedAt, base, facts.ascii, side, out);
     out.raw = make.slice(cleaned);
     if (cleaned.isEmpty() || cleaned.front() != '{' || !jsonSpans(make, out))
         plainSpans(make, facts.ascii, facts.lineFeeds, out);
