@@ -622,7 +622,7 @@ QString normLevel(QStringView text) {
     return mapLevel(text.toString().toUpper());
 }
 
-Spans Parser::parse(QUtf8StringView line, LineFacts facts, ByteStore& side) {
+Spans Parser::parse(QUtf8StringView line, const LineFacts& facts, ByteStore& side) {
     Spans out;
     QUtf8StringView cleaned;
     qsizetype cleanedAt = 0;

@@ -112,8 +112,10 @@ inline QUtf8StringView resolve(const Span& span, QUtf8StringView line, QUtf8Stri
 // folded case) is appended to `side`. Keeps a scratch buffer between lines.
 class Parser {
 public:
-    // `line` must be valid UTF-8.
-    Spans parse(QUtf8StringView line, LineFacts facts, ByteStore& side);
+    // `line` must be valid UTF-8. The facts come by reference: callers build
+    // them from flags a byte at a time, which a whole-word copy into a
+    // register would have to wait for.
+    Spans parse(QUtf8StringView line, const LineFacts& facts, ByteStore& side);
 
 private:
     QByteArray scratch_;
