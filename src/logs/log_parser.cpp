@@ -10,6 +10,7 @@
 #include <bit>
 #include <cstring>
 #include <optional>
+#include <utility>
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -244,12 +245,44 @@ bool isAsciiWordChar(uchar c) {
     return kWordBytes[c] != 0;
 }
 
+// A word's characters packed one to a byte, the first in the lowest byte.
+constexpr quint64 packWord(const char* word) {
+    quint64 value = 0;
+    for (int shift = 0; *word != 0; ++word, shift += 8) value |= quint64(uchar(*word)) << shift;
+    return value;
+}
+
+// The level words in sixteen slots by a multiplicative hash of their packed
+// form; this multiplier gives each a slot of its own, which building the
+// table checks as it compiles. A word is then one multiply and one compare
+// rather than a walk through branches.
+struct LevelSlot {
+    quint64 packed;  // 0 for an empty slot, which no run of three or more packs to
+    int word;
+};
+constexpr quint64 kLevelHash = 0x8712B8BC076F3787ULL;
+constexpr size_t levelSlot(quint64 packed) {
+    return size_t((packed * kLevelHash) >> 60);
+}
+constexpr std::array<LevelSlot, 16> kLevelSlots = [] {
+    std::array<LevelSlot, 16> table{};
+    const std::pair<const char*, int> words[] = {
+        {"TRACE", kTrace},  {"DEBUG", kDebug}, {"INFO", kInfo},
+        {"WARNING", kWarn}, {"WARN", kWarn},   {"ERROR", kError},
+        {"ERR", kError},    {"FATAL", kFatal}, {"CRITICAL", kFatal}};
+    for (const auto& [word, index] : words) {
+        LevelSlot& slot = table[levelSlot(packWord(word))];
+        if (slot.packed != 0) throw "two level words share a slot: choose another multiplier";
+        slot = {packWord(word), index};
+    }
+    return table;
+}();
+
 // The level word an ASCII run spells, as a fixed word index, or -1.
 int asciiLevelWord(const char* run, qsizetype size) {
     if (size < 3 || size > 8 || kWordBytes[uchar(run[0])] != 2) return -1;
-    // Packed one byte per character, the first in the lowest byte, so each
-    // word is one compare. Clearing bit 0x20 makes any byte equal to an
-    // upper-case letter only when it is that letter in either case.
+    // Clearing bit 0x20 makes any byte equal to an upper-case letter only when
+    // it is that letter in either case.
     quint64 packed = 0;
     if (size == 3) {
         packed =
@@ -265,30 +298,8 @@ int asciiLevelWord(const char* run, qsizetype size) {
         for (qsizetype k = size - 1; k >= 0; --k) packed = (packed << 8) | uchar(run[k]);
     }
     packed &= 0xDFDFDFDFDFDFDFDFULL;
-    constexpr auto pack = [](const char* word) {
-        quint64 value = 0;
-        for (int shift = 0; *word != 0; ++word, shift += 8) value |= quint64(uchar(*word)) << shift;
-        return value;
-    };
-    switch (packed) {
-        case pack("TRACE"):
-            return kTrace;
-        case pack("DEBUG"):
-            return kDebug;
-        case pack("INFO"):
-            return kInfo;
-        case pack("WARNING"):
-        case pack("WARN"):
-            return kWarn;
-        case pack("ERROR"):
-        case pack("ERR"):
-            return kError;
-        case pack("FATAL"):
-        case pack("CRITICAL"):
-            return kFatal;
-        default:
-            return -1;
-    }
+    const LevelSlot& slot = kLevelSlots[levelSlot(packed)];
+    return slot.packed == packed ? slot.word : -1;
 }
 
 // levelRegex by hand. Both \b's make the word a whole run of word characters,
