@@ -45,32 +45,6 @@ QList<qsizetype> filterRows(const LogRows& rows, const RowFilter& filter, qsizet
     const char* side = d.side->data();
     const auto bytes = [&](rows::Ref ref) { return utf8::bytes(rows::view(ref, text, side)); };
 
-    // Most lines are looked at in one search through the text rather than
-    // one by one: the first match at or after a line's start, found once for
-    // all the lines before it, says whether the line holds the needle. A
-    // search goes no further than the last row's line when that is in the text.
-    qsizetype searchEnd = d.textEnd;
-    if (from < to) {
-        const rows::Ref last = d.record(to - 1).fields[rows::kRaw];
-        if (rows::baseOf(last) == rows::kInText) searchEnd = rows::offsetOf(last) + last.size;
-    }
-    qsizetype searchedFrom = 0;  // the last search looked at [searchedFrom, searchedTo)
-    qsizetype searchedTo = 0;
-    qsizetype match = -1;  // the first match wholly within that, or -1
-    const auto lineHolds = [&](rows::Ref raw) {
-        const qsizetype start = rows::offsetOf(raw);
-        const qsizetype end = start + qsizetype(raw.size);
-        // A match before the one found would have been found: it ends sooner.
-        const bool known =
-            start >= searchedFrom && (match >= start || (match < 0 && end <= searchedTo));
-        if (!known) {
-            searchedFrom = start;
-            searchedTo = qMax(searchEnd, end);
-            const qsizetype at = finder.indexIn(QByteArrayView(text + start, searchedTo - start));
-            match = at < 0 ? -1 : start + at;
-        }
-        return match >= 0 && match + asciiBytes.size() <= end;
-    };
     // Levels are mostly one of a few fixed words: each is looked at once.
     std::array<bool, std::size(LogParser::kFixedWords)> inWord{};
     for (size_t w = 0; w < inWord.size(); ++w)
@@ -87,10 +61,8 @@ QList<qsizetype> filterRows(const LogRows& rows, const RowFilter& filter, qsizet
         bool pass = needle.isEmpty();
         if (!pass && asciiNeedle && record.bytewise) {
             // One look at the line rules most rows out at once.
-            const rows::Ref raw = record.fields[rows::kRaw];
             const bool inFields =
-                !record.withinRaw ||
-                (rows::baseOf(raw) == rows::kInText ? lineHolds(raw) : finder.foundIn(bytes(raw)));
+                !record.withinRaw || finder.foundIn(bytes(record.fields[rows::kRaw]));
             pass = (inFields && (finder.foundIn(bytes(record.fields[rows::kMessage])) ||
                                  finder.foundIn(bytes(record.fields[rows::kTime])) ||
                                  finder.foundIn(bytes(record.fields[rows::kSource])))) ||
