@@ -302,11 +302,6 @@ int asciiLevelWord(const char* run, qsizetype size) {
     return slot.packed == packed ? slot.word : -1;
 }
 
-// levelRegex by hand. Both \b's make the word a whole run of word characters,
-// and a run spells at most one of the alternatives. No character outside
-// ASCII is caseless-equal to a letter of a level word, so a word is always a
-// run of ASCII letters; but a character outside ASCII next to it may be a word
-// character to the engine (and then there is no \b): undecided.
 // Where the run of ASCII word characters at w[j] ends, at n at the latest.
 // Sixteen bytes a step where the text has them: a word's end found byte by
 // byte is a branch that goes the other way once per word.
@@ -331,6 +326,11 @@ qsizetype wordEnd(const char* w, qsizetype j, qsizetype n) {
     return j;
 }
 
+// levelRegex by hand. Both \b's make the word a whole run of word characters,
+// and a run spells at most one of the alternatives. No character outside
+// ASCII is caseless-equal to a letter of a level word, so a word is always a
+// run of ASCII letters; but a character outside ASCII next to it may be a word
+// character to the engine (and then there is no \b): undecided.
 Verdict scanLevel(const char* w, qsizetype n, qsizetype& start, qsizetype& length, int& word) {
     qsizetype i = 0;
     while (i < n) {

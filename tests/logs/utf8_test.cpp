@@ -28,7 +28,7 @@ TEST(Utf8, LineScanAgreesOnEitherPathWhereverTheBytesStand) {
                             << bytes.toHex().toStdString() << " from " << from;
                     }
                 }
-    // Past the vector counters' 255 steps.
+    // Past the steps the vector counters take before they are summed.
     EXPECT_EQ(utf8::countLineFeeds(QByteArray(9000, '\n').replace(4081, 1, "x")), 8999);
 }
 
@@ -45,11 +45,8 @@ TEST(Utf8, FirstCodePointsCutsWhereUtf16Does) {
     }
 }
 
-TEST(Utf8, CountsLineFeedsHoweverDenseAndWhereverTheyEnd) {
-    // Only line feeds, long enough to fill every byte counter many times
-    // over, then line feeds among other bytes, cut at every length near the
-    // vector steps.
-    EXPECT_EQ(utf8::countLineFeeds(QByteArray(100'000, '\n')), 100'000);
+TEST(Utf8, CountsLineFeedsWhereverTheTextEnds) {
+    // Line feeds among other bytes, cut at every length around the vector steps.
     const QByteArray mixed = QByteArray("a\nbc\n\n\xc3\xa9\n").repeated(40);
     for (qsizetype size = 0; size <= mixed.size(); ++size)
         ASSERT_EQ(utf8::countLineFeeds(mixed.first(size)), mixed.first(size).count('\n')) << size;
