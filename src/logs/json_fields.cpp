@@ -436,32 +436,9 @@ qsizetype unescape(QUtf8StringView content, char* out) {
     const char* end = p + content.size();
     char* o = out;
     while (p != end) {
-        // The text between escapes, sixteen bytes a store up to the next
-        // backslash rather than a search and a copy call for each. A store
-        // never passes the room given: what is written so far is never longer
-        // than what is read.
-        bool atEscape = false;
-#if defined(__SSE2__)
-        const __m128i backslash = _mm_set1_epi8('\\');
-        while (end - p >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
-            const unsigned mask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(v, backslash)));
-            if (mask != 0) {
-                const int plain = std::countr_zero(mask);
-                o += plain;
-                p += plain;
-                atEscape = true;
-                break;
-            }
-            o += 16;
-            p += 16;
-        }
-#endif
-        if (!atEscape) {
-            while (p != end && *p != '\\') *o++ = *p++;
-            if (p == end) break;
-        }
+        // The room given is enough: what is written is never longer than what is read.
+        p = utf8::copyUntil(p, end, '\\', o);
+        if (p == end) break;
         const char kind = p[1];
         p += 2;
         switch (kind) {

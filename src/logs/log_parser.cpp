@@ -355,10 +355,8 @@ Verdict scanLevel(const char* w, qsizetype n, qsizetype& start, qsizetype& lengt
 }
 
 // ANSI sequences removed; the pattern begins with ESC, so a failed attempt can
-// only resume at the next ESC. Coloured lines hold a few short runs of text
-// between sequences, copied sixteen bytes a store up to the next ESC rather
-// than by a search and a copy call for each. The text without them is written
-// to `buffer`, which only ever grows, and returned as a view of it.
+// only resume at the next ESC. The text without them is written to `buffer`,
+// which only ever grows, and returned as a view of it.
 QByteArrayView stripEscapes(QByteArrayView text, QByteArray& buffer) {
     constexpr qsizetype kStep = 16;
     const char* p = text.data();
@@ -367,31 +365,9 @@ QByteArrayView stripEscapes(QByteArrayView text, QByteArray& buffer) {
     if (buffer.size() < n + kStep) buffer.resize(n + kStep);
     char* const begin = buffer.data();
     char* o = begin;
-#if defined(__SSE2__)
-    const __m128i escape = _mm_set1_epi8(kEscape);
-#endif
     for (qsizetype i = 0; i < n;) {
-        bool atEscape = false;
-#if defined(__SSE2__)
-        while (n - i >= kStep) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
-            const unsigned mask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(v, escape)));
-            if (mask != 0) {
-                const int plain = std::countr_zero(mask);
-                o += plain;
-                i += plain;
-                atEscape = true;
-                break;
-            }
-            o += kStep;
-            i += kStep;
-        }
-#endif
-        if (!atEscape) {
-            while (i < n && p[i] != kEscape) *o++ = p[i++];
-            if (i == n) break;
-        }
+        i = utf8::copyUntil(p + i, p + n, kEscape, o) - p;
+        if (i == n) break;
         if (i + 1 >= n || p[i + 1] != '[') {
             *o++ = kEscape;
             ++i;

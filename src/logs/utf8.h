@@ -5,7 +5,11 @@
 #include <QString>
 #include <QStringView>
 #include <QUtf8StringView>
+#include <bit>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 // Log text is kept as UTF-8 bytes and turned into QString only for what is
 // shown. These are the few rules the bytes are read by, equal to what Qt's
@@ -114,6 +118,30 @@ inline qsizetype indexOf(QByteArrayView bytes, char c) {
     if (bytes.isEmpty()) return -1;
     const void* hit = std::memchr(bytes.data(), c, size_t(bytes.size()));
     return hit == nullptr ? -1 : static_cast<const char*>(hit) - bytes.data();
+}
+
+// Copies from p to o up to the first `stop` or `end`, returns where it
+// stopped and leaves o past the copy. Texts between two stops are mostly short:
+// sixteen bytes a store beat a search and a copy call for each. A store may
+// write up to sixteen bytes from o, so o needs room for all of [p, end).
+inline const char* copyUntil(const char* p, const char* end, char stop, char*& o) {
+#if defined(__SSE2__)
+    const __m128i stops = _mm_set1_epi8(stop);
+    while (end - p >= 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
+        const unsigned mask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(v, stops)));
+        if (mask != 0) {
+            const int plain = std::countr_zero(mask);
+            o += plain;
+            return p + plain;
+        }
+        o += 16;
+        p += 16;
+    }
+#endif
+    while (p != end && *p != stop) *o++ = *p++;
+    return p;
 }
 
 // Eight bytes as one little-endian word: nonzero in each byte that is not an
