@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArrayView>
+#include <bit>
 
 namespace varnel {
 
@@ -12,10 +13,12 @@ namespace varnel {
 class AsciiFinder {
 public:
     enum class Path {
+        avx2,      // x86's wider vector instructions, where the processor has them
         sse2,      // x86's vector instructions, where the build has them
         portable,  // plain code the compiler turns into vector code on any target
     };
-    // sse2 where the build has it, else portable.
+    // avx2 where the processor has it, else sse2 where the build has it,
+    // else portable.
     static Path fastest();
 
     explicit AsciiFinder(QByteArrayView needle, Path path = fastest())
@@ -30,8 +33,7 @@ public:
         qsizetype i = 0;
         if (m >= 2 && last >= 15) {
             bool found = false;
-            i = path_ == Path::sse2 ? candidatesSse2(h, last, found)
-                                    : candidatesPortable(h, last, found);
+            i = candidates(h, last, found);
             if (found) return true;
         }
         for (; i <= last; ++i)
@@ -52,8 +54,7 @@ public:
             // On a find, i is the start of the block the first candidate that
             // matched is in, so the plain loop below reaches it first.
             bool found = false;
-            i = path_ == Path::sse2 ? candidatesSse2(h, last, found)
-                                    : candidatesPortable(h, last, found);
+            i = candidates(h, last, found);
         }
         for (; i <= last; ++i)
             if ((uchar(h[i]) | 0x20) == first_ && matchesAt(h + i)) return i;
@@ -89,7 +90,19 @@ private:
             if (lower(at[k]) != needle_[k]) return false;
         return true;
     }
-    qsizetype candidatesSse2(const char* h, qsizetype last, bool& found) const;
+    // Candidates from the start of the text up to `last`, where the needle
+    // may start: where the first that matches is found, the start of its
+    // block (with `found` set), else last + 1. Reads up to h[last + 1].
+    qsizetype candidates(const char* h, qsizetype last, bool& found) const;
+    // Whether the needle starts at one of the positions from `at` on that
+    // the mask's bits give.
+    bool matchAmong(const char* at, unsigned mask) const {
+        for (; mask != 0; mask &= mask - 1)
+            if (matchesAt(at + std::countr_zero(mask))) return true;
+        return false;
+    }
+    qsizetype candidatesAvx2(const char* h, qsizetype last, bool& found) const;
+    qsizetype candidatesSse2(const char* h, qsizetype from, qsizetype last, bool& found) const;
     qsizetype candidatesPortable(const char* h, qsizetype last, bool& found) const;
 
     QByteArrayView needle_;
