@@ -24,6 +24,7 @@ struct LineScan {
 };
 
 enum class ScanPath {
+    avx2,      // x86's wider vector instructions, where the processor has them
     sse2,      // x86's vector instructions, where the build has them
     portable,  // eight bytes a step in plain integer code, for any processor
 };

@@ -4,9 +4,9 @@
 
 using namespace varnel;
 
-TEST(Utf8, LineScanAgreesOnEitherPathWhereverTheBytesStand) {
+TEST(Utf8, LineScanAgreesOnEveryPathWhereverTheBytesStand) {
     // A line feed, a byte above ASCII and ESC at every offset around the
-    // eight- and sixteen-byte steps, or not there at all (-1).
+    // eight-, sixteen- and thirty-two-byte steps, or not there at all (-1).
     constexpr int kSize = 40;
     for (int lineFeed = -1; lineFeed < kSize; ++lineFeed)
         for (int high = -1; high < kSize; ++high)
@@ -21,7 +21,8 @@ TEST(Utf8, LineScanAgreesOnEitherPathWhereverTheBytesStand) {
                     const qsizetype found = bytes.indexOf('\n', from);
                     const qsizetype end = found < 0 ? kSize : found;
                     const QByteArray line = bytes.sliced(from, end - from);
-                    for (auto path : {utf8::ScanPath::portable, utf8::ScanPath::sse2}) {
+                    for (auto path :
+                         {utf8::ScanPath::portable, utf8::ScanPath::sse2, utf8::fastestScan()}) {
                         const utf8::LineScan got = utf8::scanLine(bytes.data(), from, kSize, path);
                         ASSERT_EQ(std::tuple(got.end, got.ascii, got.escape),
                                   std::tuple(end, !line.contains('\xC3'), line.contains('\x1b')))
