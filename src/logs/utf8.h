@@ -34,7 +34,7 @@ ScanPath fastestScan();
 LineScan scanLine(const char* text, qsizetype from, qsizetype to, ScanPath path = fastestScan());
 
 // Line feeds in the bytes.
-qsizetype countLineFeeds(QByteArrayView bytes);
+qsizetype countLineFeeds(QByteArrayView bytes, ScanPath path = fastestScan());
 
 // Rows read text leniently: a byte that is not part of a valid sequence reads
 // as U+FFFD, and every U+FEFF is dropped. True when the bytes need no such
