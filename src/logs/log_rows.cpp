@@ -22,9 +22,11 @@ LogRows::LogRows() : d(std::make_shared<Data>()) {}
 LogRows LogRows::build(const LogText& text) {
     auto data = std::make_shared<Data>();
     QByteArrayView bytes = text.bytes();
+    qsizetype lineFeeds = text.lineFeeds();
     if (bytes.size() > kMaxText) {
         const qsizetype lineFeed = bytes.indexOf('\n', bytes.size() - kMaxText);
         bytes = bytes.sliced(lineFeed >= 0 ? lineFeed + 1 : bytes.size() - kMaxText);
+        lineFeeds = -1;
     }
     const qsizetype begin = text.store() ? bytes.data() - text.store()->data() : 0;
     if (text.store() && begin + bytes.size() <= qsizetype(kOffsetMask)) {
@@ -36,7 +38,7 @@ LogRows LogRows::build(const LogText& text) {
         data->textEnd = data->appendText(bytes) + bytes.size();
     }
     // Every row is written once, into blocks counted from the lines there are.
-    const qsizetype lines = utf8::countLineFeeds(bytes) + 1;
+    const qsizetype lines = (lineFeeds >= 0 ? lineFeeds : utf8::countLineFeeds(bytes)) + 1;
     const qsizetype blocks = (lines + kBlockRows - 1) / kBlockRows;
     data->arena = std::make_shared<BlockArena>(blocks);
     data->blocks.reserve(size_t(blocks));

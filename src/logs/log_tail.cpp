@@ -11,6 +11,10 @@ namespace {
 // Room past the tail for lines a followed log appends, in bytes: memory that
 // is only reserved until written.
 constexpr qsizetype kGrowthRoom = qsizetype(64) * 1024;
+// The tail is read in pieces a core's cache holds, and each piece's line
+// feeds are counted while it is there: rows are sized from the count, and a
+// pass of its own would fetch the whole tail from memory once more.
+constexpr qsizetype kPiece = qsizetype(256) * 1024;
 
 LogTail failure(const QString& message) {
     return {LogText(), false, message};
@@ -58,7 +62,17 @@ LogTail readLogTail(const fs::ReadOnlyFile& file, quint64 maxBytes, TailPlace& p
     const auto size = qsizetype(wanted);
     auto store = std::make_shared<ByteStore>(size + size / 4 + kGrowthRoom);
     char* buffer = store->extend(size);
-    store->truncate(qMax<qsizetype>(file.readAt(start, buffer, size), 0));
+    qsizetype got = 0;
+    qsizetype lineFeeds = 0;
+    while (got < size) {
+        const qsizetype want = qMin(kPiece, size - got);
+        const qsizetype piece =
+            qMax<qsizetype>(file.readAt(start + quint64(got), buffer + got, want), 0);
+        lineFeeds += utf8::countLineFeeds(QByteArrayView(buffer + got, piece));
+        got += piece;
+        if (piece < want) break;
+    }
+    store->truncate(got);
     const QByteArrayView bytes(store->data(), store->size());
     place.end = start + quint64(bytes.size());
     place.firstLine = start;
@@ -72,7 +86,10 @@ LogTail readLogTail(const fs::ReadOnlyFile& file, quint64 maxBytes, TailPlace& p
     if (place.encoding == LogEncoding::Kind::utf8) {
         // A byte that cannot be read is never a line feed, so the first line
         // ends where it would in the decoded text.
-        tail.text = LogText(store, qsizetype(place.firstLine - start), bytes.size());
+        // What is left out before the first line ends with its line feed.
+        const qsizetype skipped = place.firstLine > start ? 1 : 0;
+        tail.text =
+            LogText(store, qsizetype(place.firstLine - start), bytes.size(), lineFeeds - skipped);
         return tail;
     }
     QString text = LogEncoding::decode(bytes, place.encoding);

@@ -59,8 +59,10 @@ class LogText {
 public:
     LogText() = default;
     explicit LogText(QByteArrayView utf8);
-    LogText(std::shared_ptr<ByteStore> store, qsizetype begin, qsizetype end)
-        : store_(std::move(store)), begin_(begin), end_(end) {}
+    // `lineFeeds`, when the reader counted them, is how many the bytes hold.
+    LogText(std::shared_ptr<ByteStore> store, qsizetype begin, qsizetype end,
+            qsizetype lineFeeds = -1)
+        : store_(std::move(store)), begin_(begin), end_(end), lineFeeds_(lineFeeds) {}
 
     QByteArrayView bytes() const {
         return store_ ? QByteArrayView(store_->data() + begin_, end_ - begin_) : QByteArrayView();
@@ -68,16 +70,21 @@ public:
     qsizetype size() const { return end_ - begin_; }
     bool isEmpty() const { return size() == 0; }
     // The first `n` bytes.
-    LogText left(qsizetype n) const { return {store_, begin_, begin_ + qBound(0, n, size())}; }
+    LogText left(qsizetype n) const {
+        return n >= size() ? *this : LogText(store_, begin_, begin_ + qMax<qsizetype>(n, 0));
+    }
     QString toString() const;
 
     const std::shared_ptr<ByteStore>& store() const { return store_; }
     qsizetype begin() const { return begin_; }
+    // The line feeds in the bytes, or -1 when nobody counted them.
+    qsizetype lineFeeds() const { return lineFeeds_; }
 
 private:
     std::shared_ptr<ByteStore> store_;
     qsizetype begin_ = 0;
     qsizetype end_ = 0;
+    qsizetype lineFeeds_ = -1;
 };
 
 }  // namespace varnel

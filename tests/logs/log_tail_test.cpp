@@ -118,15 +118,19 @@ TEST(LogTail, TruncationAtTheLimit) {
         EXPECT_EQ(read(kLog, c.maxBytes),
                   Tail(QString::fromUtf16(c.text), c.truncated, std::nullopt))
             << c.bytes.toStdString() << " / " << c.maxBytes;
+        const LogText text = readLogTail(kLog, c.maxBytes).text;
+        EXPECT_EQ(text.lineFeeds(), text.bytes().count('\n')) << c.bytes.toStdString();
     }
 
-    // The default limit is 4,000,000 bytes, not 4 MiB.
+    // The default limit is 4,000,000 bytes, not 4 MiB; the line feeds are
+    // counted as the pieces come in.
     QByteArray big(4'000'000, 'a');
-    big[1] = '\n';
+    for (qsizetype at = 1; at < big.size(); at += 4099) big[at] = '\n';
     write(kLog, big + "b");
     const LogTail tail = readLogTail(kLog);
     EXPECT_TRUE(tail.truncated);
     EXPECT_EQ(tail.text.size(), 3'999'999);
+    EXPECT_EQ(tail.text.lineFeeds(), tail.text.bytes().count('\n'));
 }
 
 TEST(LogTail, EncodingsSignaturesAndBadBytes) {
