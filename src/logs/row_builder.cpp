@@ -124,9 +124,16 @@ void Builder::add(QUtf8StringView line, quint32 lineBase, qsizetype lineAt, qsiz
     record.fields[kMessage] = toRef(spans.message, lineBase, lineAt);
     record.fields[kRaw] = toRef(spans.raw, lineBase, lineAt);
     record.bytewise = spans.bytewise;
-    record.withinRaw = within(record.fields[kTime], record.fields[kRaw]) &&
-                       within(record.fields[kSource], record.fields[kRaw]) &&
-                       within(record.fields[kMessage], record.fields[kRaw]);
+    // Raw is the whole cleaned line; when it is a slice of the line, so is
+    // every other slice of it, and nothing the parser made is.
+    const auto inLine = [](const Span& span) {
+        return span.size == 0 || span.base == SpanBase::line;
+    };
+    record.withinRaw = spans.raw.base == SpanBase::line
+                           ? inLine(spans.time) && inLine(spans.source) && inLine(spans.message)
+                           : within(record.fields[kTime], record.fields[kRaw]) &&
+                                 within(record.fields[kSource], record.fields[kRaw]) &&
+                                 within(record.fields[kMessage], record.fields[kRaw]);
     lastStamped_ = stamped;
 }
 

@@ -127,13 +127,15 @@ TEST(LogRows, FilterMatchesPlainLowerCasingForEveryLevelChoice) {
         "{\"level\":\"info\",\"target\":\"Caf\u00c9\",\"msg\":\"\u212Aelvin\"}\n"  // 3 INFO
         "no level here\n"                                                          // 4
         // '[' and '{', '@' and '`' differ only in bit 0x20: near misses stay misses.
-        "svc: a {2024 `at` and a longer tail of text\n"));
+        "svc: a {2024 `at` and a longer tail of text\n"
+        "{\"msg\":\"say \\\"hi\\\"\"}\n"));  // 6: the message is not the line's text
     // An exact match: WARN hides ERROR and FATAL. Text only raw holds (the
     // word WARNING, a stamp's bracket) is never found. Lower-casing is
     // Unicode's: É and the Kelvin sign K.
     EXPECT_EQ(filterRows(rows, {LevelChoice::warn, ""}), QList<qsizetype>{0});
     EXPECT_TRUE(filterRows(rows, {LevelChoice::all, "warning"}).isEmpty());
     EXPECT_EQ(filterRows(rows, {LevelChoice::all, "kelvin"}), QList<qsizetype>{3});
+    EXPECT_EQ(filterRows(rows, {LevelChoice::all, "say \"hi\""}), QList<qsizetype>{6});
 
     const QString error = QStringLiteral(
         "Cannot read this log (permission denied). Try \u2018Open Logs Folder\u2019.");
