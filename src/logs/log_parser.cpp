@@ -409,8 +409,12 @@ public:
           out_(out) {}
 
     LogParser::Span slice(QUtf8StringView part) const {
-        if (part.isEmpty()) return {};
-        return {at_ + (part.data() - cleaned_.data()), part.size(), base_};
+        return sliceAt(part.data() - cleaned_.data(), part.size());
+    }
+    // The part of the cleaned line that starts `pos` bytes in.
+    LogParser::Span sliceAt(qsizetype pos, qsizetype size) const {
+        if (size == 0) return {};
+        return {at_ + pos, size, base_};
     }
 
     LogParser::Span made(QByteArrayView text) const {
@@ -420,9 +424,8 @@ public:
     }
     LogParser::Span madeText(const QString& text) const { return made(utf8::encode(text)); }
 
-    // A JSON string's content, unescaped when it has escapes.
-    LogParser::Span string(QUtf8StringView content, bool escaped) const {
-        if (!escaped) return slice(content);
+    // A JSON string's content that has escapes, unescaped.
+    LogParser::Span unescaped(QUtf8StringView content) const {
         const qsizetype at = side_.size();
         char* out = side_.extend(content.size());
         const qsizetype size = json_fields::unescape(content, out);
@@ -490,9 +493,10 @@ bool jsonSpans(const SpanMaker& make, LogParser::Spans& out) {
             case json_fields::Value::Kind::boolean:
                 return SpanMaker::word(v.truth ? kTrue : kFalse);
             case json_fields::Value::Kind::number:
-                return make.slice(cleaned.sliced(v.pos, v.size));
+                return make.sliceAt(v.pos, v.size);
             case json_fields::Value::Kind::string:
-                return make.string(cleaned.sliced(v.pos, v.size), v.escaped);
+                return v.escaped ? make.unescaped(cleaned.sliced(v.pos, v.size))
+                                 : make.sliceAt(v.pos, v.size);
         }
         return {};
     };
