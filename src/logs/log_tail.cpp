@@ -85,8 +85,8 @@ LogTail readLogTail(const fs::ReadOnlyFile& file, quint64 maxBytes, TailPlace& p
 
     if (place.encoding == LogEncoding::Kind::utf8) {
         // A byte that cannot be read is never a line feed, so the first line
-        // ends where it would in the decoded text.
-        // What is left out before the first line ends with its line feed.
+        // ends where it would in the decoded text. What is left out before it
+        // ends with a line feed, which the count leaves out too.
         const qsizetype skipped = place.firstLine > start ? 1 : 0;
         tail.text =
             LogText(store, qsizetype(place.firstLine - start), bytes.size(), lineFeeds - skipped);
