@@ -7,11 +7,13 @@
 #include <immintrin.h>
 #endif
 
+#include "platform/processor.h"
+
 namespace varnel {
 
 AsciiFinder::Path AsciiFinder::fastest() {
 #if defined(__SSE2__)
-    return __builtin_cpu_supports("avx2") ? Path::avx2 : Path::sse2;
+    return processor::hasAvx2() ? Path::avx2 : Path::sse2;
 #else
     return Path::portable;
 #endif

@@ -8,6 +8,8 @@
 #include <immintrin.h>
 #endif
 
+#include "platform/processor.h"
+
 namespace varnel::utf8 {
 
 namespace {
@@ -174,7 +176,7 @@ QUtf8StringView trimBy(QUtf8StringView s, Test test) {
 
 ScanPath fastestScan() {
 #if defined(__SSE2__)
-    return __builtin_cpu_supports("avx2") ? ScanPath::avx2 : ScanPath::sse2;
+    return processor::hasAvx2() ? ScanPath::avx2 : ScanPath::sse2;
 #else
     return ScanPath::portable;
 #endif
