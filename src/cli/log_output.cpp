@@ -4,7 +4,6 @@
 #include <emmintrin.h>
 #endif
 #include <algorithm>
-#include <bit>
 #include <string_view>
 
 #include "cli/terminal_text.h"
@@ -97,18 +96,11 @@ void appendJsonString(TextBuffer& out, QByteArrayView utf8) {
         const __m128i quote = _mm_set1_epi8('"');
         const __m128i backslash = _mm_set1_epi8('\\');
         const __m128i del = _mm_set1_epi8(0x7F);
-        while (end - p >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
-            const __m128i hit = _mm_or_si128(
+        copyPlain(p, end, p, o, [&](__m128i v) {
+            return unsigned(_mm_movemask_epi8(_mm_or_si128(
                 _mm_or_si128(_mm_cmpeq_epi8(_mm_max_epu8(v, below), below), _mm_cmpeq_epi8(v, del)),
-                _mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)));
-            const unsigned mask = unsigned(_mm_movemask_epi8(hit));
-            const int clean = mask == 0 ? 16 : std::countr_zero(mask);
-            o += clean;
-            p += clean;
-            if (mask != 0) break;
-        }
+                _mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)))));
+        });
 #endif
         while (p != end && !needsEscape(*p)) *o++ = char(*p++);
         if (p == end) break;

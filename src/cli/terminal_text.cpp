@@ -3,7 +3,6 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
-#include <bit>
 
 #include "logs/utf8.h"
 
@@ -42,18 +41,11 @@ void appendTerminalSafe(TextBuffer& out, QByteArrayView utf8, Tabs tabs, qsizety
         const __m128i below = _mm_set1_epi8(0x1F);
         const __m128i del = _mm_set1_epi8(0x7F);
         const __m128i c1 = _mm_set1_epi8(char(0xC2));
-        while (end - p >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
-            const __m128i hit =
+        copyPlain(p, end, run, o, [&](__m128i v) {
+            return unsigned(_mm_movemask_epi8(
                 _mm_or_si128(_mm_cmpeq_epi8(_mm_max_epu8(v, below), below),
-                             _mm_or_si128(_mm_cmpeq_epi8(v, del), _mm_cmpeq_epi8(v, c1)));
-            const unsigned mask = unsigned(_mm_movemask_epi8(hit));
-            const int clean = mask == 0 ? 16 : std::countr_zero(mask);
-            o += clean;
-            p += clean;
-            if (mask != 0) break;
-        }
+                             _mm_or_si128(_mm_cmpeq_epi8(v, del), _mm_cmpeq_epi8(v, c1)))));
+        });
 #endif
         while (end - p >= 8 && !anyOf8<0x7F, 0xC2>(reinterpret_cast<const char*>(p), 0x20)) {
             std::memcpy(o, p, 8);

@@ -1,7 +1,11 @@
 #pragma once
 
 #include <QtGlobal>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <array>
+#include <bit>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -79,5 +83,38 @@ inline bool anyOf8(const char* p, quint64 below) {
      ...);
     return (hit & highs) != 0;
 }
+
+#if defined(__SSE2__)
+// Copies bytes from `p` to `o` sixteen at a time, up to the first one that
+// `changes` marks (it maps sixteen bytes to a bit for each that must not be
+// copied as it is) or to `end`. A run shorter than sixteen at the end is
+// taken in one more step over the last sixteen bytes, when the bytes copied
+// one for one since `run` reach back that far: what that step shares with
+// them is copied again, the same. The room at `o` holds the bytes up to `end`.
+template <typename Changes>
+inline void copyPlain(const uchar*& p, const uchar* end, const uchar* run, char*& o,
+                      Changes changes) {
+    while (end - p >= 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o), v);
+        if (const unsigned mask = changes(v)) {
+            o += std::countr_zero(mask);
+            p += std::countr_zero(mask);
+            return;
+        }
+        o += 16;
+        p += 16;
+    }
+    if (p != end && end - run >= 16) {
+        const uchar* at = end - 16;
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o - (p - at)), v);
+        const unsigned mask = changes(v) >> (p - at);
+        const qsizetype clean = mask == 0 ? end - p : std::countr_zero(mask);
+        o += clean;
+        p += clean;
+    }
+}
+#endif
 
 }  // namespace varnel::cli
