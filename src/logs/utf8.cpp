@@ -60,6 +60,17 @@ LineScan scanPortable(const char* text, qsizetype from, qsizetype to) {
 }
 
 #if defined(__SSE2__)
+// The line's end when its line feed is among the 32 bytes from `i`: `lf`,
+// `high` and `esc` hold a bit for each of them that is a line feed, above
+// ASCII or ESC, and the bytes before `i` held such bytes when `highBefore`
+// and `escBefore` say so.
+inline LineScan endAmong(qsizetype i, unsigned lf, unsigned high, unsigned esc, bool highBefore,
+                         bool escBefore) {
+    const unsigned below = (lf & (0u - lf)) - 1;
+    return {i + std::countr_zero(lf), !highBefore && (high & below) == 0,
+            escBefore || (esc & below) != 0};
+}
+
 LineScan scanSse2(const char* text, qsizetype from, qsizetype to) {
     const __m128i lineFeed = _mm_set1_epi8('\n');
     const __m128i escape = _mm_set1_epi8(kEsc);
@@ -75,15 +86,11 @@ LineScan scanSse2(const char* text, qsizetype from, qsizetype to) {
         const __m128i eb = _mm_cmpeq_epi8(b, escape);
         const unsigned lf = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(a, lineFeed))) |
                             unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(b, lineFeed))) << 16;
-        if (lf != 0) {
-            const unsigned below = (lf & (0u - lf)) - 1;
-            const unsigned h = unsigned(_mm_movemask_epi8(a)) | unsigned(_mm_movemask_epi8(b))
-                                                                    << 16;
-            const unsigned e = unsigned(_mm_movemask_epi8(ea)) | unsigned(_mm_movemask_epi8(eb))
-                                                                     << 16;
-            return {i + std::countr_zero(lf), _mm_movemask_epi8(highs) == 0 && (h & below) == 0,
-                    _mm_movemask_epi8(escapes) != 0 || (e & below) != 0};
-        }
+        if (lf != 0)
+            return endAmong(i, lf,
+                            unsigned(_mm_movemask_epi8(a)) | unsigned(_mm_movemask_epi8(b)) << 16,
+                            unsigned(_mm_movemask_epi8(ea)) | unsigned(_mm_movemask_epi8(eb)) << 16,
+                            _mm_movemask_epi8(highs) != 0, _mm_movemask_epi8(escapes) != 0);
         highs = _mm_or_si128(highs, _mm_or_si128(a, b));
         escapes = _mm_or_si128(escapes, _mm_or_si128(ea, eb));
     }
@@ -127,14 +134,10 @@ __attribute__((target("avx2"))) LineScan scanAvx2(const char* text, qsizetype fr
         const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + i));
         const __m256i e = _mm256_cmpeq_epi8(a, escape);
         const auto lf = unsigned(_mm256_movemask_epi8(_mm256_cmpeq_epi8(a, lineFeed)));
-        if (lf != 0) {
-            const unsigned below = (lf & (0u - lf)) - 1;
-            return {i + std::countr_zero(lf),
-                    _mm256_movemask_epi8(highs) == 0 &&
-                        (unsigned(_mm256_movemask_epi8(a)) & below) == 0,
-                    _mm256_movemask_epi8(escapes) != 0 ||
-                        (unsigned(_mm256_movemask_epi8(e)) & below) != 0};
-        }
+        if (lf != 0)
+            return endAmong(i, lf, unsigned(_mm256_movemask_epi8(a)),
+                            unsigned(_mm256_movemask_epi8(e)), _mm256_movemask_epi8(highs) != 0,
+                            _mm256_movemask_epi8(escapes) != 0);
         highs = _mm256_or_si256(highs, a);
         escapes = _mm256_or_si256(escapes, e);
     }
