@@ -390,11 +390,14 @@ private:
             // The last "fields" wins, so what an earlier one held is gone.
             if (slot == kFields) found_.nested = Value{};
             Value v{};
-            if (*p == '"' || *p == '-' || isDigit(*p)) {
+            if (*p == '"') {
                 // Most values are strings or numbers: read here rather than
                 // through a call. Neither ends at the last byte, the brace, and
                 // what may follow is looked at below.
-                p = *p == '"' ? string(p, v) : number(p, v);
+                p = string(p, v);
+                if (p != nullptr && isSpace(*p)) p = skipSpace(p);
+            } else if (*p == '-' || isDigit(*p)) {
+                p = number(p, v);
                 if (p != nullptr && isSpace(*p)) p = skipSpace(p);
             } else {
                 p = value(p, depth, v, slot == kFields ? Mode::nested : Mode::other);
