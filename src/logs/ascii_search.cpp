@@ -36,14 +36,15 @@ qsizetype AsciiFinder::candidates(const char* h, qsizetype last, bool& found) co
 qsizetype AsciiFinder::candidatesPortable(const char* h, qsizetype last, bool& found) const {
     constexpr qsizetype kStep = 16;
     const auto first = std::uint8_t(needle_[0] | 0x20);
-    const auto second = std::uint8_t(needle_[1] | 0x20);
+    const auto final = std::uint8_t(needle_.back() | 0x20);
+    const qsizetype finalAt = needle_.size() - 1;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(h);
     // The positions at and after `from` of the step that starts at `at`.
     const auto step = [&](qsizetype at, qsizetype from) {
         std::uint8_t hit[kStep];
         for (qsizetype k = 0; k < kStep; ++k)
             hit[k] = std::uint8_t((std::uint8_t(bytes[at + k] | 0x20) == first) &
-                                  (std::uint8_t(bytes[at + k + 1] | 0x20) == second));
+                                  (std::uint8_t(bytes[at + k + finalAt] | 0x20) == final));
         std::uint64_t words[kStep / 8];
         std::memcpy(words, hit, sizeof hit);
         if ((words[0] | words[1]) == 0) return false;
@@ -52,7 +53,7 @@ qsizetype AsciiFinder::candidatesPortable(const char* h, qsizetype last, bool& f
         return false;
     };
     qsizetype i = 0;
-    // Reads h[i .. i + 16]; i + 15 <= last keeps that inside the text.
+    // Reads h[i .. i + 15 + finalAt]; i + 15 <= last keeps that inside the text.
     for (; i + kStep - 1 <= last; i += kStep) {
         if (step(i, i)) {
             found = true;
@@ -74,40 +75,55 @@ qsizetype AsciiFinder::candidatesPortable(const char* h, qsizetype last, bool& f
 #if defined(__SSE2__)
 namespace {
 
-// Where in the 32 positions from `at` the two bytes with bit 0x20 set are
-// `first` and `second`; reads at[0 .. 32].
-__attribute__((target("avx2"))) inline unsigned pairsAt(const char* at, char first, char second) {
+// Where in the 32 positions from `at` the needle's first and last bytes, with
+// bit 0x20 set, are `first` and `final`, `finalAt` bytes apart; reads
+// at[0 .. 31 + finalAt].
+__attribute__((target("avx2"))) inline unsigned endsAt(const char* at, __m256i first, __m256i final,
+                                                       qsizetype finalAt) {
     const __m256i bit = _mm256_set1_epi8(0x20);
     const __m256i a =
         _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at)), bit);
     const __m256i b =
-        _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + 1)), bit);
-    return unsigned(
-        _mm256_movemask_epi8(_mm256_and_si256(_mm256_cmpeq_epi8(a, _mm256_set1_epi8(first)),
-                                              _mm256_cmpeq_epi8(b, _mm256_set1_epi8(second)))));
+        _mm256_or_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at + finalAt)), bit);
+    return unsigned(_mm256_movemask_epi8(
+        _mm256_and_si256(_mm256_cmpeq_epi8(a, first), _mm256_cmpeq_epi8(b, final))));
 }
 
 }  // namespace
 
-// Thirty-two positions a step, as the search through a whole log's rows
-// mostly finds nothing. Texts too short for one such step take the
-// sixteen-byte steps.
+// Sixty-four positions a step, as the search through a whole log mostly finds
+// nothing. Texts too short for one such step take the sixteen-byte steps.
 __attribute__((target("avx2"))) qsizetype AsciiFinder::candidatesAvx2(const char* h, qsizetype last,
                                                                       bool& found) const {
     if (last < 31) return candidatesSse2(h, 0, last, found);
-    const char first = char(needle_[0] | 0x20);
-    const char second = char(needle_[1] | 0x20);
+    const __m256i first = _mm256_set1_epi8(char(needle_[0] | 0x20));
+    const __m256i final = _mm256_set1_epi8(char(needle_.back() | 0x20));
+    const qsizetype finalAt = needle_.size() - 1;
     qsizetype i = 0;
-    for (; i + 31 <= last; i += 32) {
-        if (matchAmong(h + i, pairsAt(h + i, first, second))) {
+    for (; i + 63 <= last; i += 64) {
+        const unsigned low = endsAt(h + i, first, final, finalAt);
+        const unsigned high = endsAt(h + i + 32, first, final, finalAt);
+        if ((low | high) == 0) continue;
+        if (matchAmong(h + i, low)) {
             found = true;
             return i;
         }
+        if (matchAmong(h + i + 32, high)) {
+            found = true;
+            return i + 32;
+        }
+    }
+    if (i + 31 <= last) {
+        if (matchAmong(h + i, endsAt(h + i, first, final, finalAt))) {
+            found = true;
+            return i;
+        }
+        i += 32;
     }
     // As with sixteen-byte steps: one more that ends at the last position.
     if (i <= last) {
         const qsizetype at = last - 31;
-        if (matchAmong(h + at, pairsAt(h + at, first, second) & (~0u << (i - at)))) {
+        if (matchAmong(h + at, endsAt(h + at, first, final, finalAt) & (~0u << (i - at)))) {
             found = true;
             return at;
         }
@@ -125,15 +141,16 @@ qsizetype AsciiFinder::candidatesSse2(const char* h, qsizetype from, qsizetype l
 #if defined(__SSE2__)
     const __m128i bit = _mm_set1_epi8(0x20);
     const __m128i first = _mm_set1_epi8(char(needle_[0] | 0x20));
-    const __m128i second = _mm_set1_epi8(char(needle_[1] | 0x20));
-    // Reads h[at .. at + 16]; at + 15 <= last keeps that inside the text.
+    const __m128i final = _mm_set1_epi8(char(needle_.back() | 0x20));
+    const qsizetype finalAt = needle_.size() - 1;
+    // Reads h[at .. at + 15 + finalAt]; at + 15 <= last keeps that inside the text.
     const auto hits = [&](qsizetype at) {
         const __m128i a =
             _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + at)), bit);
         const __m128i b =
-            _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + at + 1)), bit);
+            _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(h + at + finalAt)), bit);
         return unsigned(
-            _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, first), _mm_cmpeq_epi8(b, second))));
+            _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(a, first), _mm_cmpeq_epi8(b, final))));
     };
     qsizetype i = from;
     for (; i + 15 <= last; i += 16) {

@@ -8,8 +8,8 @@ namespace varnel {
 // Finds a lower-case ASCII needle in UTF-8 text, ignoring ASCII case: for text
 // whose characters lower-case to ASCII only when they are ASCII, lower-casing
 // the text first gives exactly this. Candidates are found many positions at a
-// time by their first two bytes with bit 0x20 set (equal letters in any case
-// agree there, a few other pairs too), then checked.
+// time by their first and last bytes with bit 0x20 set (equal letters in any
+// case agree there, a few other pairs too), then checked.
 class AsciiFinder {
 public:
     enum class Path {
@@ -92,7 +92,7 @@ private:
     }
     // Candidates from the start of the text up to `last`, where the needle
     // may start: where the first that matches is found, the start of its
-    // block (with `found` set), else last + 1. Reads up to h[last + 1].
+    // block (with `found` set), else last + 1. Reads up to the text's end.
     qsizetype candidates(const char* h, qsizetype last, bool& found) const;
     // Whether the needle starts at one of the positions from `at` on that
     // the mask's bits give.
