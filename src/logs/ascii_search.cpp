@@ -1,5 +1,6 @@
 #include "logs/ascii_search.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -173,6 +174,19 @@ qsizetype AsciiFinder::candidatesSse2(const char* h, qsizetype from, qsizetype l
     (void)from;
     return candidatesPortable(h, last, found);
 #endif
+}
+
+void SearchAhead::lookFurther(qsizetype lastStart) {
+    const qsizetype stop = std::min(end_, std::max(lastStart + m_, seen_ + stride_));
+    stride_ = std::min(2 * stride_ + 1024, kLongestStride);
+    const qsizetype at = finder_.indexIn(QByteArrayView(text_ + seen_, stop - seen_));
+    if (at >= 0) {
+        hit_ = seen_ + at;
+        seen_ = hit_ + 1;
+    } else {
+        // A start after this one would end past the stop.
+        seen_ = stop - m_ + 1;
+    }
 }
 
 }  // namespace varnel

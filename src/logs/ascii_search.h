@@ -41,6 +41,8 @@ public:
         return false;
     }
 
+    qsizetype needleSize() const { return needle_.size(); }
+
     // Where the needle first occurs in the text, -1 when nowhere; 0 for an
     // empty needle.
     qsizetype indexIn(QByteArrayView text) const {
@@ -108,6 +110,61 @@ private:
     QByteArrayView needle_;
     Path path_;
     uchar first_;  // the first byte with bit 0x20 set, as candidates are found
+};
+
+// Whether a needle lies within a stretch of one text, found by searching
+// ahead of the stretch: the rows of a log mostly come in the order of their
+// text, so a run of them costs one pass over it in long strides instead of a
+// search that starts and stops at every row. A stretch out of order (rows of
+// merged logs) starts the look afresh there, which costs what a search of just
+// that stretch would.
+class SearchAhead {
+public:
+    // The text runs from `text` up to `end`; the finder outlives this.
+    SearchAhead(const AsciiFinder& finder, const char* text, qsizetype end)
+        : finder_(finder), m_(finder.needleSize()), text_(text), end_(end) {}
+
+    // Whether the needle lies wholly within the bytes from `begin` up to `end`.
+    bool within(qsizetype begin, qsizetype end) {
+        const qsizetype lastStart = end - m_;
+        if (lastStart < begin) return false;
+        // Ground not looked at before the stretch is crossed only when it is short.
+        if (begin < from_ || begin > seen_ + kLongestGap) restart(begin);
+        while (true) {
+            if (hit_ >= 0) {
+                if (hit_ >= begin) return hit_ <= lastStart;
+                // Behind the stretch, which starts where the look stopped.
+                hit_ = -1;
+                from_ = seen_;
+            }
+            if (lastStart < seen_) return false;
+            lookFurther(lastStart);
+        }
+    }
+
+private:
+    static constexpr qsizetype kLongestGap = 4096;
+    static constexpr qsizetype kLongestStride = qsizetype(256) * 1024;
+
+    void restart(qsizetype at) {
+        from_ = seen_ = at;
+        hit_ = -1;
+        stride_ = 0;
+    }
+    // On to `lastStart` at least, and the further the longer the stretches
+    // asked about keep to the order of the text.
+    void lookFurther(qsizetype lastStart);
+
+    const AsciiFinder& finder_;
+    const qsizetype m_;
+    const char* const text_;
+    const qsizetype end_;
+    // Every start from from_ up to seen_ was looked at; hit_, when not
+    // negative, is the only one found there and the last looked at.
+    qsizetype from_ = 0;
+    qsizetype seen_ = 0;
+    qsizetype hit_ = -1;
+    qsizetype stride_ = 0;
 };
 
 }  // namespace varnel

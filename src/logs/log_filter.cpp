@@ -1,5 +1,6 @@
 #include "logs/log_filter.h"
 
+#include <algorithm>
 #include <array>
 
 #include "logs/ascii_search.h"
@@ -54,19 +55,39 @@ QList<qsizetype> filterRows(const LogRows& rows, const RowFilter& filter, qsizet
                                                      : finder.foundIn(bytes(ref));
     };
 
+    // Text and side text are each written in the order of the rows.
+    SearchAhead inText(finder, text, d.textEnd);
+    SearchAhead inSide(finder, side, d.sideEnd);
+    const auto holds = [&](rows::Ref ref) {
+        const qsizetype at = rows::offsetOf(ref);
+        switch (rows::baseOf(ref)) {
+            case rows::kInText:
+                return inText.within(at, at + ref.size);
+            case rows::kInSide:
+                return inSide.within(at, at + ref.size);
+            default:
+                return finder.foundIn(bytes(ref));
+        }
+    };
+
     QList<qsizetype> shown;
     for (qsizetype i = from; i < to; ++i) {
         const rows::Record& record = d.record(i);
         if (!anyLevel && bytes(record.fields[rows::kLevel]) != level) continue;
         bool pass = needle.isEmpty();
         if (!pass && asciiNeedle && record.bytewise) {
-            // One look at the line rules most rows out at once.
+            const auto found = [&](rows::Field field) {
+                return finder.foundIn(bytes(record.fields[field]));
+            };
+            // One look at the line rules most rows out at once; without one,
+            // the message, the longest field, is the one looked for ahead.
             const bool inFields =
-                !record.withinRaw || finder.foundIn(bytes(record.fields[rows::kRaw]));
-            pass = (inFields && (finder.foundIn(bytes(record.fields[rows::kMessage])) ||
-                                 finder.foundIn(bytes(record.fields[rows::kTime])) ||
-                                 finder.foundIn(bytes(record.fields[rows::kSource])))) ||
-                   levelHolds(record.fields[rows::kLevel]);
+                record.withinRaw
+                    ? holds(record.fields[rows::kRaw]) &&
+                          (found(rows::kMessage) || found(rows::kTime) || found(rows::kSource))
+                    : holds(record.fields[rows::kMessage]) || found(rows::kTime) ||
+                          found(rows::kSource);
+            pass = inFields || levelHolds(record.fields[rows::kLevel]);
         } else if (!pass) {
             const LogRowView v = d.row(record);
             pass = lowerContains(v.time, needle) || lowerContains(v.level, needle) ||

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "logs/ascii_search.h"
 #include "logs/log_filter.h"
 #include "logs/log_merge.h"
@@ -185,6 +187,38 @@ TEST(LogRows, FilterMatchesPlainLowerCasingForEveryLevelChoice) {
                               QString::fromUtf8(text).toLower().contains(QLatin1StringView(lower)))
                         << needle.toStdString() << " in " << text.toByteArray().toStdString();
             }
+        }
+    }
+}
+
+// Stretches asked about mostly in order, overlapping, with gaps short and
+// long, and now and then far back or ahead: the look ahead answers as a search
+// of each stretch alone does, wherever its strides end.
+TEST(LogRows, SearchAheadFindsWhatASearchOfEachStretchFinds) {
+    std::mt19937 rng(99);
+    QByteArray text(300'000, 'a');
+    for (char& c : text) c = "abAB "[rng() % 5];
+    auto pick = [&](qsizetype n) {
+        return qsizetype(std::uniform_int_distribution<qsizetype>(0, n - 1)(rng));
+    };
+    // From found everywhere to found a few times in the whole text.
+    for (const QByteArray needle : {"b", "ab", "abba", "abbab a", "ab abba bab"}) {
+        const AsciiFinder finder(needle);
+        SearchAhead ahead(finder, text.constData(), text.size());
+        qsizetype begin = 0;
+        for (int i = 0; i < 40'000; ++i) {
+            const qsizetype kind = pick(20);
+            if (kind == 0)
+                begin = pick(text.size());
+            else if (kind == 1)
+                begin += 4000 + pick(400);
+            else
+                begin += pick(60);
+            begin = std::min(begin, text.size() - 1);
+            const qsizetype end = std::min(text.size(), begin + 1 + pick(kind == 2 ? 3000 : 90));
+            const QByteArrayView stretch = QByteArrayView(text).sliced(begin, end - begin);
+            ASSERT_EQ(ahead.within(begin, end), finder.indexIn(stretch) >= 0)
+                << needle.toStdString() << " in " << begin << ".." << end << " (" << i << ")";
         }
     }
 }
