@@ -80,13 +80,13 @@ QList<qsizetype> filterRows(const LogRows& rows, const RowFilter& filter, qsizet
                 return finder.foundIn(bytes(record.fields[field]));
             };
             // One look at the line rules most rows out at once; without one,
-            // the message, the longest field, is the one looked for ahead.
+            // each field is looked for ahead, in the order a line holds them.
             const bool inFields =
                 record.withinRaw
                     ? holds(record.fields[rows::kRaw]) &&
                           (found(rows::kMessage) || found(rows::kTime) || found(rows::kSource))
-                    : holds(record.fields[rows::kMessage]) || found(rows::kTime) ||
-                          found(rows::kSource);
+                    : holds(record.fields[rows::kTime]) || holds(record.fields[rows::kSource]) ||
+                          holds(record.fields[rows::kMessage]);
             pass = inFields || levelHolds(record.fields[rows::kLevel]);
         } else if (!pass) {
             const LogRowView v = d.row(record);
