@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 
 #include "logs/ascii_search.h"
 #include "logs/row_storage.h"
@@ -37,6 +38,12 @@ QList<qsizetype> filterRows(const LogRows& rows, const RowFilter& filter, qsizet
     to = to < 0 ? rows.size() : std::min(to, rows.size());
     const LogRows::Data& d = rows.data();
     const bool anyLevel = filter.level == LevelChoice::all;
+    if (anyLevel && filter.search.isEmpty()) {
+        // Nothing to look at: every row passes.
+        QList<qsizetype> all(std::max<qsizetype>(to - from, 0));
+        std::iota(all.begin(), all.end(), from);
+        return all;
+    }
     const QByteArray level = levelChoiceTitle(filter.level).toLatin1();
     const QString needle = filter.search.toLower();
     const bool asciiNeedle = QtPrivate::isAscii(QStringView(needle));
