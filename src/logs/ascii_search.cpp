@@ -178,7 +178,7 @@ qsizetype AsciiFinder::candidatesSse2(const char* h, qsizetype from, qsizetype l
 
 void SearchAhead::lookFurther(qsizetype lastStart) {
     const qsizetype stop = std::min(end_, std::max(lastStart + m_, seen_ + stride_));
-    stride_ = std::min(2 * stride_ + 1024, kLongestStride);
+    stride_ = std::min(2 * stride_ + 64, kLongestStride);
     const qsizetype at = finder_.indexIn(QByteArrayView(text_ + seen_, stop - seen_));
     if (at >= 0) {
         hit_ = seen_ + at;

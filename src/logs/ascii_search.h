@@ -128,15 +128,18 @@ public:
     bool within(qsizetype begin, qsizetype end) {
         const qsizetype lastStart = end - m_;
         if (lastStart < begin) return false;
-        // Ground not looked at before the stretch is crossed only when it is short.
-        if (begin < from_ || begin > seen_ + kLongestGap) restart(begin);
+        if (begin < from_ || begin > seen_ + kLongestGap) {
+            // Out of order, or far ahead (another log's rows): the look starts
+            // afresh with short strides.
+            restart(begin);
+        } else if (begin > seen_ || (hit_ >= 0 && hit_ < begin)) {
+            // What lies between the last look and the stretch matters to no
+            // stretch after it either.
+            from_ = seen_ = begin;
+            hit_ = -1;
+        }
         while (true) {
-            if (hit_ >= 0) {
-                if (hit_ >= begin) return hit_ <= lastStart;
-                // Behind the stretch, which starts where the look stopped.
-                hit_ = -1;
-                from_ = seen_;
-            }
+            if (hit_ >= 0) return hit_ <= lastStart;
             if (lastStart < seen_) return false;
             lookFurther(lastStart);
         }
