@@ -40,34 +40,34 @@ qsizetype AsciiFinder::candidatesPortable(const char* h, qsizetype last, bool& f
     const auto final = std::uint8_t(needle_.back() | 0x20);
     const qsizetype finalAt = needle_.size() - 1;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(h);
-    // The positions at and after `from` of the step that starts at `at`.
-    const auto step = [&](qsizetype at, qsizetype from) {
+    // The first match among the positions at and after `from` of the step
+    // that starts at `at`, or -1.
+    const auto step = [&](qsizetype at, qsizetype from) -> qsizetype {
         std::uint8_t hit[kStep];
         for (qsizetype k = 0; k < kStep; ++k)
             hit[k] = std::uint8_t((std::uint8_t(bytes[at + k] | 0x20) == first) &
                                   (std::uint8_t(bytes[at + k + finalAt] | 0x20) == final));
         std::uint64_t words[kStep / 8];
         std::memcpy(words, hit, sizeof hit);
-        if ((words[0] | words[1]) == 0) return false;
+        if ((words[0] | words[1]) == 0) return -1;
         for (qsizetype k = from - at; k < kStep; ++k)
-            if (hit[k] != 0 && matchesAt(h + at + k)) return true;
-        return false;
+            if (hit[k] != 0 && matchesAt(h + at + k)) return at + k;
+        return -1;
     };
     qsizetype i = 0;
     // Reads h[i .. i + 15 + finalAt]; i + 15 <= last keeps that inside the text.
     for (; i + kStep - 1 <= last; i += kStep) {
-        if (step(i, i)) {
+        if (const qsizetype match = step(i, i); match >= 0) {
             found = true;
-            return i;
+            return match;
         }
     }
     // Fewer than a step's positions are left: one more step that ends at the
     // last position, looking again at some that the mask then leaves out.
     if (i <= last) {
-        const qsizetype at = last - (kStep - 1);
-        if (step(at, i)) {
+        if (const qsizetype match = step(last - (kStep - 1), i); match >= 0) {
             found = true;
-            return at;
+            return match;
         }
     }
     return last + 1;
@@ -105,28 +105,30 @@ __attribute__((target("avx2"))) qsizetype AsciiFinder::candidatesAvx2(const char
         const unsigned low = endsAt(h + i, first, final, finalAt);
         const unsigned high = endsAt(h + i + 32, first, final, finalAt);
         if ((low | high) == 0) continue;
-        if (matchAmong(h + i, low)) {
+        if (const int k = firstAmong(h + i, low); k >= 0) {
             found = true;
-            return i;
+            return i + k;
         }
-        if (matchAmong(h + i + 32, high)) {
+        if (const int k = firstAmong(h + i + 32, high); k >= 0) {
             found = true;
-            return i + 32;
+            return i + 32 + k;
         }
     }
     if (i + 31 <= last) {
-        if (matchAmong(h + i, endsAt(h + i, first, final, finalAt))) {
+        if (const int k = firstAmong(h + i, endsAt(h + i, first, final, finalAt)); k >= 0) {
             found = true;
-            return i;
+            return i + k;
         }
         i += 32;
     }
     // As with sixteen-byte steps: one more that ends at the last position.
     if (i <= last) {
         const qsizetype at = last - 31;
-        if (matchAmong(h + at, endsAt(h + at, first, final, finalAt) & (~0u << (i - at)))) {
+        if (const int k =
+                firstAmong(h + at, endsAt(h + at, first, final, finalAt) & (~0u << (i - at)));
+            k >= 0) {
             found = true;
-            return at;
+            return at + k;
         }
     }
     return last + 1;
@@ -155,18 +157,18 @@ qsizetype AsciiFinder::candidatesSse2(const char* h, qsizetype from, qsizetype l
     };
     qsizetype i = from;
     for (; i + 15 <= last; i += 16) {
-        if (matchAmong(h + i, hits(i))) {
+        if (const int k = firstAmong(h + i, hits(i)); k >= 0) {
             found = true;
-            return i;
+            return i + k;
         }
     }
     // Fewer than sixteen positions are left: one more step that ends at the
     // last position, looking again at some that the mask then leaves out.
     if (i <= last) {
         const qsizetype at = last - 15;
-        if (matchAmong(h + at, hits(at) & (~0u << (i - at)))) {
+        if (const int k = firstAmong(h + at, hits(at) & (~0u << (i - at))); k >= 0) {
             found = true;
-            return at;
+            return at + k;
         }
     }
     return last + 1;

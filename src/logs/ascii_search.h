@@ -53,10 +53,9 @@ public:
         const char* h = text.data();
         qsizetype i = 0;
         if (m >= 2 && last >= 15) {
-            // On a find, i is the start of the block the first candidate that
-            // matched is in, so the plain loop below reaches it first.
             bool found = false;
             i = candidates(h, last, found);
+            if (found) return i;
         }
         for (; i <= last; ++i)
             if ((uchar(h[i]) | 0x20) == first_ && matchesAt(h + i)) return i;
@@ -93,15 +92,15 @@ private:
         return true;
     }
     // Candidates from the start of the text up to `last`, where the needle
-    // may start: where the first that matches is found, the start of its
-    // block (with `found` set), else last + 1. Reads up to the text's end.
+    // may start: where the first match starts (with `found` set), else
+    // last + 1. Reads up to the text's end.
     qsizetype candidates(const char* h, qsizetype last, bool& found) const;
-    // Whether the needle starts at one of the positions from `at` on that
-    // the mask's bits give.
-    bool matchAmong(const char* at, unsigned mask) const {
+    // The first of the positions from `at` on that the mask's bits give
+    // where the needle starts, as an offset from `at`; -1 when none.
+    int firstAmong(const char* at, unsigned mask) const {
         for (; mask != 0; mask &= mask - 1)
-            if (matchesAt(at + std::countr_zero(mask))) return true;
-        return false;
+            if (matchesAt(at + std::countr_zero(mask))) return std::countr_zero(mask);
+        return -1;
     }
     qsizetype candidatesAvx2(const char* h, qsizetype last, bool& found) const;
     qsizetype candidatesSse2(const char* h, qsizetype from, qsizetype last, bool& found) const;

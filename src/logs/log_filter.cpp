@@ -62,19 +62,17 @@ QList<qsizetype> filterRows(const LogRows& rows, const RowFilter& filter, qsizet
                                                      : finder.foundIn(bytes(ref));
     };
 
-    // Text and side text are each written in the order of the rows.
+    // Text and side text are each written in the order of the rows. A single
+    // letter is mostly found within a few bytes of any row's start: looking
+    // ahead for it only costs.
     SearchAhead inText(finder, text, d.textEnd);
     SearchAhead inSide(finder, side, d.sideEnd);
+    const bool ahead = asciiBytes.size() >= 2;
     const auto holds = [&](rows::Ref ref) {
         const qsizetype at = rows::offsetOf(ref);
-        switch (rows::baseOf(ref)) {
-            case rows::kInText:
-                return inText.within(at, at + ref.size);
-            case rows::kInSide:
-                return inSide.within(at, at + ref.size);
-            default:
-                return finder.foundIn(bytes(ref));
-        }
+        if (ahead && rows::baseOf(ref) == rows::kInText) return inText.within(at, at + ref.size);
+        if (ahead && rows::baseOf(ref) == rows::kInSide) return inSide.within(at, at + ref.size);
+        return finder.foundIn(bytes(ref));
     };
 
     QList<qsizetype> shown;
@@ -87,13 +85,15 @@ QList<qsizetype> filterRows(const LogRows& rows, const RowFilter& filter, qsizet
                 return finder.foundIn(bytes(record.fields[field]));
             };
             // One look at the line rules most rows out at once; without one,
-            // each field is looked for ahead, in the order a line holds them.
+            // each field is looked for ahead. Fields apart from their line
+            // (a folded message, a time made for a JSON line) are in the side
+            // text, the others in order in the line.
             const bool inFields =
                 record.withinRaw
                     ? holds(record.fields[rows::kRaw]) &&
                           (found(rows::kMessage) || found(rows::kTime) || found(rows::kSource))
-                    : holds(record.fields[rows::kTime]) || holds(record.fields[rows::kSource]) ||
-                          holds(record.fields[rows::kMessage]);
+                    : holds(record.fields[rows::kMessage]) || holds(record.fields[rows::kTime]) ||
+                          holds(record.fields[rows::kSource]);
             pass = inFields || levelHolds(record.fields[rows::kLevel]);
         } else if (!pass) {
             const LogRowView v = d.row(record);
