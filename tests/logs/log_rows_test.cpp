@@ -182,10 +182,14 @@ TEST(LogRows, FilterMatchesPlainLowerCasingForEveryLevelChoice) {
                 for (const QByteArrayView text :
                      {QByteArrayView(message),
                       QByteArrayView(message).first(qMin(message.size(), 17)),
-                      QByteArrayView(message).sliced(1)})
+                      QByteArrayView(message).sliced(1)}) {
                     ASSERT_EQ(finder.foundIn(text),
                               QString::fromUtf8(text).toLower().contains(QLatin1StringView(lower)))
                         << needle.toStdString() << " in " << text.toByteArray().toStdString();
+                    // Where: lower-casing ASCII keeps every byte in its place.
+                    ASSERT_EQ(finder.indexIn(text), text.toByteArray().toLower().indexOf(lower))
+                        << needle.toStdString() << " in " << text.toByteArray().toStdString();
+                }
             }
         }
     }
