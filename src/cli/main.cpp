@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QTextStream>
 #include <cstdio>
+#include <optional>
 
 #include "cli/action_commands.h"
 #include "cli/cli_io.h"
@@ -41,23 +42,31 @@ struct Command {
     const char* name;
     int (*run)(const QStringList& args, Io& io);
     bool checksRoot = false;  // reports a bad sandbox root in its own output format
+    // Tools, threads that report back and settings need the application
+    // object; the logs only read files and write the standard streams, and a
+    // log command started in a loop should not pay for setting it up.
+    bool needsApplication = true;
 };
 
 const Command commands[] = {
-    {"status", statusCommand, true}, {"logs", logsCommand},         {"restart", restartCommand},
-    {"update", updateCommand},       {"diagnose", diagnoseCommand}, {"history", historyCommand},
+    {"status", statusCommand, true},
+    {.name = "logs", .run = logsCommand, .needsApplication = false},
+    {"restart", restartCommand},
+    {"update", updateCommand},
+    {"diagnose", diagnoseCommand},
+    {"history", historyCommand},
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
     QTextStream out(stdout);
     QTextStream err(stderr);
     const auto rootProblem = varnel::sandbox::rootProblem();
     Io io{out, err, ::isatty(STDOUT_FILENO) == 1};
 
-    QStringList args = app.arguments().mid(1);
+    QStringList args;
+    for (int i = 1; i < argc; ++i) args.append(QString::fromLocal8Bit(argv[i]));
     if (args.isEmpty() || args.first() == QStringLiteral("--help") ||
         args.first() == QStringLiteral("-h")) {
         (args.isEmpty() ? err : out) << usage;
@@ -70,6 +79,8 @@ int main(int argc, char** argv) {
             err << "varnelctl: " << *rootProblem << '\n';
             return 2;
         }
+        std::optional<QCoreApplication> app;
+        if (command.needsApplication) app.emplace(argc, argv);
         return command.run(args, io);
     }
     err << "varnelctl: unknown command \"" << name << "\"\n\n" << usage;
