@@ -94,7 +94,7 @@ measure_all() {
         ms[${names[i]}]=$clock
     done < <(medians "$work/perf")
 }
-ratio() { python3 -c "print(f'{$1 / $2:.1f}x')"; }
+ratio() { python3 -c "print(f'{$1 / $2:.2f}x')"; }
 
 needle=NOMATCH
 echo "4 MB tail ($(wc -l <"$file") lines), search \"$needle\", $runs rounds, medians:"
