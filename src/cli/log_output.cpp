@@ -35,14 +35,20 @@ const char* ansiCode(SystemColor colour, bool bold) {
     return nullptr;
 }
 
-void startColour(TextBuffer& out, const char* code) {
-    out.append(std::string_view("\x1b["));
-    out.append(std::string_view(code));
-    out.append('m');
+// "\x1b[" code "m" and "\x1b[0m" together take at most this many bytes.
+constexpr qsizetype kMostColourBytes = 16;
+
+char* putColour(char* o, const char* code) {
+    *o++ = '\x1b';
+    *o++ = '[';
+    while (*code != 0) *o++ = *code++;
+    *o++ = 'm';
+    return o;
 }
 
-void endColour(TextBuffer& out) {
-    out.append(std::string_view("\x1b[0m"));
+char* putColourEnd(char* o) {
+    constexpr std::string_view reset = "\x1b[0m";
+    return std::copy(reset.begin(), reset.end(), o);
 }
 
 bool needsEscape(uchar c) {
@@ -154,14 +160,14 @@ qsizetype RowFormatter::messageColumn() const {
     return column;
 }
 
-void RowFormatter::cell(TextBuffer& out, QUtf8StringView text, qsizetype textWidth, qsizetype width,
-                        SystemColor colour, bool bold) const {
-    if (width == 0) return;
+char* RowFormatter::cell(char* o, QUtf8StringView text, qsizetype textWidth, qsizetype width,
+                         SystemColor colour, bool bold) const {
+    if (width == 0) return o;
     const char* code = colour_ && !text.isEmpty() ? ansiCode(colour, bold) : nullptr;
-    if (code != nullptr) startColour(out, code);
-    appendTerminalSafe(out, bytes(text));
-    if (code != nullptr) endColour(out);
-    out.appendSpaces(width - textWidth + kGap);
+    if (code != nullptr) o = putColour(o, code);
+    o = putTerminalSafe(o, bytes(text));
+    if (code != nullptr) o = putColourEnd(o);
+    return TextBuffer::putSpaces(o, width - textWidth + kGap);
 }
 
 void RowFormatter::row(TextBuffer& out, const LogRowView& row, QByteArrayView log) {
@@ -174,11 +180,19 @@ void RowFormatter::row(TextBuffer& out, const LogRowView& row, QByteArrayView lo
     level_ = std::max(level_, level);
     source_ = std::max(source_, source);
     const qsizetype start = out.size();
-    cell(out, QUtf8StringView(log.data(), log.size()), logWidth, log_, SystemColor::secondaryLabel,
-         false);
-    cell(out, row.time, time, time_, SystemColor::secondaryLabel, false);
-    cell(out, row.level, level, level_, colour_ ? levelColor(row.level) : SystemColor::label, true);
-    cell(out, row.source, source, source_, SystemColor::secondaryLabel, false);
+    // The cells in one room: each at its most, padded to its column, with a
+    // colour around it, and the sixteen bytes a step may write past its end.
+    const qsizetype most = kMostSafeBytesPerByte * (log.size() + row.time.size() +
+                                                    row.level.size() + row.source.size()) +
+                           log_ + time_ + level_ + source_ + 4 * (kGap + kMostColourBytes) + 16;
+    char* o = out.room(most);
+    o = cell(o, QUtf8StringView(log.data(), log.size()), logWidth, log_,
+             SystemColor::secondaryLabel, false);
+    o = cell(o, row.time, time, time_, SystemColor::secondaryLabel, false);
+    o = cell(o, row.level, level, level_, colour_ ? levelColor(row.level) : SystemColor::label,
+             true);
+    o = cell(o, row.source, source, source_, SystemColor::secondaryLabel, false);
+    out.commit(o);
 
     if (row.message.isEmpty()) {
         // Padding before nothing is noise in a terminal and in diffs.
@@ -188,9 +202,9 @@ void RowFormatter::row(TextBuffer& out, const LogRowView& row, QByteArrayView lo
     }
     // Line breaks a message holds go on under its column; every other control is shown.
     const char* code = colour_ ? ansiCode(messageColor(row.level), false) : nullptr;
-    if (code != nullptr) startColour(out, code);
+    if (code != nullptr) out.commit(putColour(out.room(kMostColourBytes), code));
     appendTerminalSafe(out, bytes(row.message), Tabs::keep, messageColumn());
-    if (code != nullptr) endColour(out);
+    if (code != nullptr) out.commit(putColourEnd(out.room(kMostColourBytes)));
     out.append('\n');
 }
 

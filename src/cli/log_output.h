@@ -38,8 +38,9 @@ public:
 
 private:
     qsizetype messageColumn() const;
-    void cell(TextBuffer& out, QUtf8StringView text, qsizetype textWidth, qsizetype width,
-              SystemColor colour, bool bold) const;
+    // One cell written at `o`, padded to its column; where it ends.
+    char* cell(char* o, QUtf8StringView text, qsizetype textWidth, qsizetype width,
+               SystemColor colour, bool bold) const;
 
     bool colour_;
     qsizetype log_ = 0;

@@ -16,10 +16,6 @@ bool mayChange(uchar c) {
     return c < 0x20 || c == 0x7F || c == 0xC2;
 }
 
-// Every byte becomes at most three (a control picture), and an indented line
-// break adds the indent.
-constexpr qsizetype kMostPerByte = 3;
-
 char* putPicture(char* o, char16_t picture) {
     // U+2400 to U+2421: three bytes, E2 90 xx.
     *o++ = char(0xE2);
@@ -30,10 +26,13 @@ char* putPicture(char* o, char16_t picture) {
 
 }  // namespace
 
-void appendTerminalSafe(TextBuffer& out, QByteArrayView utf8, Tabs tabs, qsizetype lineIndent) {
-    const auto* p = reinterpret_cast<const uchar*>(utf8.data());
-    const uchar* end = p + utf8.size();
-    char* o = out.room(kMostPerByte * utf8.size() + 16);
+namespace {
+
+// Writes p .. end at o made safe, up to the end or, with kStopAtLineFeed, up
+// to the first line feed; gives where it stopped. One caller for each kind,
+// into which it is compiled.
+template <bool kStopAtLineFeed>
+const uchar* putSafe(char*& o, const uchar* p, const uchar* end, Tabs tabs) {
     while (p != end) {
         const uchar* run = p;  // copied as it is from here on
 #if defined(__SSE2__)
@@ -60,18 +59,24 @@ void appendTerminalSafe(TextBuffer& out, QByteArrayView utf8, Tabs tabs, qsizety
             o += end - p;
             p = end;
         }
+        // Four to seven bytes left, as a short field is: two words that
+        // overlap, rather than a byte at a time.
+        if (end - p >= 4 && end - p < 8 &&
+            !anyOf4<0x7F, 0xC2>(reinterpret_cast<const char*>(p), 0x20) &&
+            !anyOf4<0x7F, 0xC2>(reinterpret_cast<const char*>(end - 4), 0x20)) {
+            std::memcpy(o, p, 4);
+            std::memcpy(o + (end - p) - 4, end - 4, 4);
+            o += end - p;
+            p = end;
+        }
         while (p != end && !mayChange(*p)) *o++ = char(*p++);
         if (p == end) break;
         const uchar c = *p;
         if (c == '\t' && tabs == Tabs::keep) {
             *o++ = '\t';
             ++p;
-        } else if (c == '\n' && lineIndent >= 0) {
-            *o++ = '\n';
-            out.commit(o);
-            out.appendSpaces(lineIndent);
-            ++p;
-            o = out.room(kMostPerByte * (end - p) + 16);
+        } else if (c == '\n' && kStopAtLineFeed) {
+            return p;
         } else if (c < 0x20) {
             o = putPicture(o, char16_t(0x2400 + c));
             ++p;
@@ -86,6 +91,33 @@ void appendTerminalSafe(TextBuffer& out, QByteArrayView utf8, Tabs tabs, qsizety
             *o++ = char(c);
             ++p;
         }
+    }
+    return p;
+}
+
+}  // namespace
+
+char* putTerminalSafe(char* o, QByteArrayView utf8, Tabs tabs) {
+    const auto* p = reinterpret_cast<const uchar*>(utf8.data());
+    putSafe<false>(o, p, p + utf8.size(), tabs);
+    return o;
+}
+
+void appendTerminalSafe(TextBuffer& out, QByteArrayView utf8, Tabs tabs, qsizetype lineIndent) {
+    char* o = out.room(kMostSafeBytesPerByte * utf8.size() + 16);
+    if (lineIndent < 0) {
+        out.commit(putTerminalSafe(o, utf8, tabs));
+        return;
+    }
+    const auto* p = reinterpret_cast<const uchar*>(utf8.data());
+    const uchar* end = p + utf8.size();
+    while ((p = putSafe<true>(o, p, end, tabs)) != end) {
+        // A line feed kept, and the next line indented under the first.
+        *o++ = '\n';
+        out.commit(o);
+        out.appendSpaces(lineIndent);
+        ++p;
+        o = out.room(kMostSafeBytesPerByte * (end - p) + 16);
     }
     out.commit(o);
 }

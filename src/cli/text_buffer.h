@@ -36,16 +36,21 @@ public:
     }
     void appendSpaces(qsizetype count) {
         if (count <= 0) return;
+        size_ = putSpaces(room(count + 16), count) - data_.get();
+    }
+
+    // Writes `count` spaces at `at`, where there is room for sixteen more; where they end.
+    static char* putSpaces(char* at, qsizetype count) {
+        if (count <= 0) return at;
         // Columns are narrow: sixteen at a time from a constant beat a call.
         static constexpr std::array<char, 16> spaces = [] {
             std::array<char, 16> all{};
             all.fill(' ');
             return all;
         }();
-        char* at = room(count + 16);
         for (qsizetype done = 0; done < count; done += 16)
             std::memcpy(at + done, spaces.data(), 16);
-        size_ += count;
+        return at + count;
     }
 
     const char* data() const { return data_.get(); }
@@ -70,18 +75,27 @@ private:
     qsizetype capacity_ = 0;
 };
 
-// Eight bytes at once: whether any is below `below` (at most 0x80) or equals
-// one of `bytes`. Bytes above 0x7F never count as below.
+// A word of bytes at once (four or eight): whether any is below `below` (at
+// most 0x80) or equals one of `bytes`. Bytes above 0x7F never count as below.
+template <typename Word, int... Bytes>
+inline bool anyOf(const char* p, quint64 below) {
+    constexpr Word ones = Word(0x0101010101010101ULL);
+    constexpr Word highs = Word(0x8080808080808080ULL);
+    Word x;
+    std::memcpy(&x, p, sizeof x);
+    Word hit = (x - ones * Word(below)) & ~x;
+    ((hit |= ((x ^ (ones * Word(uchar(Bytes)))) - ones) & ~(x ^ (ones * Word(uchar(Bytes))))), ...);
+    return (hit & highs) != 0;
+}
+
 template <int... Bytes>
 inline bool anyOf8(const char* p, quint64 below) {
-    constexpr quint64 ones = 0x0101010101010101ULL;
-    constexpr quint64 highs = 0x8080808080808080ULL;
-    quint64 x;
-    std::memcpy(&x, p, 8);
-    quint64 hit = (x - ones * below) & ~x;
-    ((hit |= ((x ^ (ones * quint64(uchar(Bytes)))) - ones) & ~(x ^ (ones * quint64(uchar(Bytes))))),
-     ...);
-    return (hit & highs) != 0;
+    return anyOf<quint64, Bytes...>(p, below);
+}
+
+template <int... Bytes>
+inline bool anyOf4(const char* p, quint64 below) {
+    return anyOf<quint32, Bytes...>(p, below);
 }
 
 #if defined(__SSE2__)
