@@ -42,7 +42,8 @@ LogRows LogRows::build(const LogText& text) {
     const qsizetype blocks = (lines + kBlockRows - 1) / kBlockRows;
     data->arena = std::make_shared<BlockArena>(blocks);
     data->blocks.reserve(size_t(blocks));
-    data->side = std::make_shared<ByteStore>(bytes.size() / 2 + 4096);
+    // Side text goes below the blocks, in their memory while both fit.
+    data->side = std::make_shared<ByteStore>(data->arena->room(), bytes.size() / 2 + 4096);
     Builder builder(*data, *data->side, kInSide);
     builder.addLines(data->textBegin, data->textEnd);
     builder.finish();

@@ -11,6 +11,43 @@
 
 namespace varnel {
 
+// Memory for two stretches written at the same time, one growing up from its
+// start and one taken piece by piece down from its end: a load's side text
+// and its row blocks. Together they touch the large pages they need between
+// them, where each in memory of its own would start a page of its own. One
+// writer at a time; what either stretch holds never moves.
+class TwoEndedRoom {
+public:
+    explicit TwoEndedRoom(qsizetype bytes) : memory_(bytes), top_(memory_.size()) {}
+    TwoEndedRoom(const TwoEndedRoom&) = delete;
+    TwoEndedRoom& operator=(const TwoEndedRoom&) = delete;
+
+    char* data() const { return memory_.data(); }
+    // How far the lower stretch may grow while the upper one stays as it is.
+    qsizetype lowerLimit() const { return top_; }
+    // The lower stretch to `bytes` in all; false where the upper one lies.
+    bool growLower(qsizetype bytes) {
+        if (bytes > top_) return false;
+        lower_ = qMax(lower_, bytes);
+        return true;
+    }
+    // `bytes` more below the upper stretch, or nullptr where the lower one lies.
+    char* takeUpper(qsizetype bytes) {
+        if (top_ - lower_ < bytes) return nullptr;
+        top_ -= bytes;
+        return memory_.data() + top_;
+    }
+    bool holds(const void* p) const {
+        const char* c = static_cast<const char*>(p);
+        return c >= memory_.data() && c < memory_.data() + memory_.size();
+    }
+
+private:
+    BigBuffer memory_;
+    qsizetype lower_ = 0;
+    qsizetype top_;
+};
+
 // Bytes that are only ever appended to. Versions of a log's rows share one
 // store, each knowing where its own bytes end: a version may append only when
 // its end is the store's end and the capacity holds the bytes, so bytes never
@@ -18,12 +55,16 @@ namespace varnel {
 // may grow, and then it moves.
 class ByteStore {
 public:
-    explicit ByteStore(qsizetype capacity = 0) : memory_(capacity) {}
+    explicit ByteStore(qsizetype capacity = 0) : memory_(capacity), data_(memory_.data()) {}
+    // Bytes in the lower stretch of `room` while it has space for them; then
+    // they move to memory of their own, of `then` bytes at least.
+    ByteStore(std::shared_ptr<TwoEndedRoom> room, qsizetype then)
+        : room_(std::move(room)), data_(room_->data()), then_(then) {}
 
-    const char* data() const { return memory_.data(); }
-    char* data() { return memory_.data(); }
+    const char* data() const { return data_; }
+    char* data() { return data_; }
     qsizetype size() const { return size_; }
-    qsizetype capacity() const { return memory_.size(); }
+    qsizetype capacity() const { return room_ ? room_->lowerLimit() : memory_.size(); }
 
     // `more` bytes can be appended after `end` without moving anything.
     bool roomAfter(qsizetype end, qsizetype more) const {
@@ -33,9 +74,9 @@ public:
     // Room for `more` bytes at the end, growing (and moving) when needed; the
     // caller fills them.
     char* extend(qsizetype more) {
-        if (capacity() - size_ < more)
-            memory_.grow(qMax(size_ + more, capacity() + capacity() / 2 + 256), size_);
-        char* at = memory_.data() + size_;
+        if (room_ ? !room_->growLower(size_ + more) : memory_.size() - size_ < more)
+            grow(size_ + more);
+        char* at = data_ + size_;
         size_ += more;
         return at;
     }
@@ -48,7 +89,12 @@ public:
     void truncate(qsizetype size) { size_ = qMin(size, size_); }
 
 private:
+    void grow(qsizetype needed);
+
     BigBuffer memory_;
+    std::shared_ptr<TwoEndedRoom> room_;  // while the bytes are in a room's lower stretch
+    char* data_;
+    qsizetype then_ = 0;
     qsizetype size_ = 0;
 };
 

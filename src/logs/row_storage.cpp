@@ -65,19 +65,11 @@ void settleNewSide(Record& record, qsizetype at) {
 }
 
 BlockArena::BlockArena(qsizetype blocks)
-    : memory_(blocks * ((qsizetype(sizeof(Block)) + 64 + kAlign - 1) / kAlign * kAlign)) {}
+    : room_(std::make_shared<TwoEndedRoom>(
+          blocks * ((qsizetype(sizeof(Block)) + 64 + kAlign - 1) / kAlign * kAlign))) {}
 
 void* BlockArena::take(qsizetype bytes) {
-    const qsizetype rounded = (bytes + kAlign - 1) / kAlign * kAlign;
-    if (memory_.size() - used_ < rounded) return nullptr;
-    void* p = memory_.data() + used_;
-    used_ += rounded;
-    return p;
-}
-
-bool BlockArena::owns(const void* p) const {
-    const char* c = static_cast<const char*>(p);
-    return c >= memory_.data() && c < memory_.data() + memory_.size();
+    return room_->takeUpper((bytes + kAlign - 1) / kAlign * kAlign);
 }
 
 std::shared_ptr<Block> newBlock(const std::shared_ptr<BlockArena>& arena) {

@@ -97,17 +97,20 @@ struct Block {
 
 // Where the blocks of one load come from: one allocation sized from the
 // text's line count, so a load's rows are written once, into memory that
-// arrives in large pages. It lives as long as any block made from it.
+// arrives in large pages. Blocks are taken from its end down; the load's side
+// text starts at its beginning (see room()), so that the two share the pages
+// the blocks leave. It lives as long as any block made from it.
 class BlockArena {
 public:
     explicit BlockArena(qsizetype blocks);
     // Room for `bytes` bytes, or nullptr when the arena is used up.
     void* take(qsizetype bytes);
-    bool owns(const void* p) const;
+    bool owns(const void* p) const { return room_->holds(p); }
+    // For a side text store to grow up from the beginning, toward the blocks.
+    const std::shared_ptr<TwoEndedRoom>& room() const { return room_; }
 
 private:
-    BigBuffer memory_;
-    qsizetype used_ = 0;
+    std::shared_ptr<TwoEndedRoom> room_;
 };
 
 // A new block, from the arena while it lasts.

@@ -2,12 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
 
 #include "logs/ascii_search.h"
 #include "logs/log_filter.h"
 #include "logs/log_merge.h"
 #include "logs/log_presentation.h"
+#include "logs/log_text.h"
 #include "platform/text.h"
 #include "support/log_corpus.h"
 #include "support/log_row_printer.h"
@@ -225,6 +227,29 @@ TEST(LogRows, SearchAheadFindsWhatASearchOfEachStretchFinds) {
                 << needle.toStdString() << " in " << begin << ".." << end << " (" << i << ")";
         }
     }
+}
+
+TEST(LogRows, SideTextAndBlocksShareTheirRoomWithoutOverlapping) {
+    // Side text grows up from the room's start, blocks come down from its end.
+    auto room = std::make_shared<TwoEndedRoom>(4096);
+    ByteStore side(room, 10'000);
+    side.append(QByteArray(1000, 'a'));
+    char* block = room->takeUpper(2048);
+    ASSERT_NE(block, nullptr);
+    std::memset(block, 'b', 2048);
+    EXPECT_EQ(room->takeUpper(1100), nullptr);  // would reach into the side text
+    EXPECT_EQ(side.capacity(), 2048);
+    side.append(QByteArray(1000, 'c'));
+    EXPECT_EQ(side.data(), room->data());
+    EXPECT_EQ(room->takeUpper(64), nullptr);
+
+    // Text that no longer fits below the blocks moves out whole and leaves them be.
+    side.append(QByteArray(100, 'd'));
+    EXPECT_NE(side.data(), room->data());
+    EXPECT_GE(side.capacity(), 10'000);
+    EXPECT_EQ(QByteArrayView(side.data(), side.size()),
+              QByteArray(1000, 'a') + QByteArray(1000, 'c') + QByteArray(100, 'd'));
+    EXPECT_EQ(QByteArrayView(block, 2048), QByteArray(2048, 'b'));
 }
 
 TEST(LogRows, StatusLineSaysWhenOnlyTheEndWasRead) {
