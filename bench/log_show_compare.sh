@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Whole processes on the same generated logs, in one run: `varnelctl logs show
-# --search X` against `grep -c X` and lnav's `-n -c ':filter-in X'`, every row
-# printed against the filtered run, and `logs parse` on a large file (time and
+# --search X` against `grep -c X` and lnav's `-n -c ':filter-in X'`, and against
+# its own start-up (the same command on an empty log), every row printed against
+# the filtered run, and `logs parse` on a large file (time and
 # peak memory at two sizes). CPU is task-clock, start-up included; the commands
 # take turns, round after round, so that whatever else the machine does weighs
 # on all of them alike, and each figure is the median of its rounds. With
@@ -100,6 +101,10 @@ needle=NOMATCH
 echo "4 MB tail ($(wc -l <"$file") lines), search \"$needle\", $runs rounds, medians:"
 add "grep -c" grep -c "$needle" "$file"
 add "varnelctl show --search" "$ctl" logs show --search "$needle" "$log"
+# What varnelctl costs before it reads a byte: loading Qt and the libraries it
+# needs, which no change to the pipeline can take away.
+: >"$root/Library/Logs/Varnel/empty.log"
+add "varnelctl, empty log" "$ctl" logs show --search "$needle" /Library/Logs/Varnel/empty.log
 add "varnelctl show (every row)" "$ctl" logs show "$log"
 add "varnelctl show --json" "$ctl" logs show --json "$log"
 if [ -n "$have_lnav" ]; then
@@ -113,6 +118,7 @@ fi
 measure_all
 echo "Ratios$([ -n "$instructions" ] && echo ', of instructions'):"
 echo "  varnelctl / grep:               $(ratio "${ms[varnelctl show --search]}" "${ms[grep -c]}")"
+echo "  of which start-up / grep:       $(ratio "${ms[varnelctl, empty log]}" "${ms[grep -c]}")"
 [ -n "$have_lnav" ] &&
     echo "  lnav / varnelctl:               $(ratio "${ms[lnav -n filter-in]}" "${ms[varnelctl show --search]}")"
 echo "  every row / filtered:           $(ratio "${ms[varnelctl show (every row)]}" "${ms[varnelctl show --search]}")"
