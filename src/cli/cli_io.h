@@ -47,7 +47,9 @@ public:
     bool flush();
 
 private:
-    static constexpr qsizetype kPiece = qsizetype(256) * 1024;
+    // As much as a pipe holds at once: a larger piece is not taken any sooner,
+    // and each of its pages costs a fault when first written.
+    static constexpr qsizetype kPiece = qsizetype(64) * 1024;
 
     Io& io_;
     const char* command_;
