@@ -259,16 +259,23 @@ public:
         return out_.flush();
     }
 
-    // The rows of a whole load at once; rows of several logs with the title
-    // of each one's log (`titles` by log, `logOf` by row).
-    bool print(const LogRows& rows, const QList<qsizetype>& shown,
+    // The rows of a whole load at once: those `shown` lists from its position
+    // `from` up to `to`, or, without a list, rows from..to themselves. Rows of
+    // several logs with the title of each one's log (`titles` by log, `logOf`
+    // by row).
+    bool print(const LogRows& rows, const QList<qsizetype>* shown, qsizetype from, qsizetype to,
                const QList<QByteArray>* titles = nullptr, const QList<qint32>* logOf = nullptr) {
+        const auto index = [&](qsizetype at) { return shown ? shown->at(at) : at; };
         const auto log = [&](qsizetype i) {
             return titles ? QByteArrayView(titles->at(logOf->at(i))) : QByteArrayView();
         };
         if (!json_)
-            for (const qsizetype i : shown) text_.fit(rows[i], log(i));
-        for (const qsizetype i : shown) {
+            for (qsizetype at = from; at < to; ++at) {
+                const qsizetype i = index(at);
+                text_.fit(rows[i], log(i));
+            }
+        for (qsizetype at = from; at < to; ++at) {
+            const qsizetype i = index(at);
             if (json_)
                 appendRowJson(out_.buffer(), rows[i], log(i));
             else
@@ -402,18 +409,18 @@ int showAllLogs(const ShowOptions& options, Io& io) {
     for (const LogSource& source : sources) titles.append(utf8::encode(source.title));
 
     RowPrinter printer(io, options.json);
-    QList<qsizetype> shown = filterRows(merged.rows, options.filter);
+    const QList<qsizetype> shown = filterRows(merged.rows, options.filter);
     const qsizetype total = shown.size();
     // As for one log, JSON readers get the last row after the status line.
-    QList<qsizetype> held;
-    if (options.json && !shown.isEmpty() && shown.last() == merged.rows.size() - 1)
-        held.append(shown.takeLast());
-    if (!printer.print(merged.rows, shown, &titles, &merged.logOf)) return exitFailure;
+    const qsizetype before =
+        options.json && total > 0 && shown.last() == merged.rows.size() - 1 ? total - 1 : total;
+    if (!printer.print(merged.rows, &shown, 0, before, &titles, &merged.logOf)) return exitFailure;
     io.err << terminalSafe(allLogsStatusLine(total, merged.rows.size(), all.truncatedCount(),
                                              sources.size()))
            << '\n';
     io.err.flush();
-    return printer.print(merged.rows, held, &titles, &merged.logOf) ? exitOk : exitFailure;
+    return printer.print(merged.rows, &shown, before, total, &titles, &merged.logOf) ? exitOk
+                                                                                     : exitFailure;
 }
 
 int showLog(const QStringList& args, Io& io) {
@@ -473,14 +480,19 @@ int showLog(const QStringList& args, Io& io) {
         const LogTail tail = readLogTail(*path);
         const LogRows rows =
             tail.error ? LogRows::fromError(*tail.error) : LogRows::build(tail.text);
-        QList<qsizetype> shown = filterRows(rows, options.filter);
-        const qsizetype total = shown.size();
-        QList<qsizetype> held;
-        if (options.json && !shown.isEmpty() && shown.last() == rows.size() - 1)
-            held.append(shown.takeLast());
-        if (!printer.print(rows, shown)) return exitFailure;
+        // Without a filter every row is shown: counted rather than listed.
+        const bool everyRow =
+            options.filter.search.isEmpty() && options.filter.level == LevelChoice::all;
+        const QList<qsizetype> filtered =
+            everyRow ? QList<qsizetype>() : filterRows(rows, options.filter);
+        const QList<qsizetype>* shown = everyRow ? nullptr : &filtered;
+        const qsizetype total = everyRow ? rows.size() : filtered.size();
+        const bool holdLast =
+            options.json && total > 0 && (everyRow || filtered.last() == rows.size() - 1);
+        const qsizetype before = holdLast ? total - 1 : total;
+        if (!printer.print(rows, shown, 0, before)) return exitFailure;
         status(total, rows.size(), tail);
-        const bool printed = printer.print(rows, held);
+        const bool printed = printer.print(rows, shown, before, total);
         return printed && !tail.error ? exitOk : exitFailure;
     }
 
