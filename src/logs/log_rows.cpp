@@ -43,7 +43,7 @@ LogRows LogRows::build(const LogText& text) {
     data->arena = std::make_shared<BlockArena>(blocks);
     data->blocks.reserve(size_t(blocks));
     // Side text goes below the blocks, in their memory while both fit.
-    data->side = std::make_shared<ByteStore>(data->arena->room(), bytes.size() / 2 + 4096);
+    data->side = std::make_shared<ByteStore>(data->arena, bytes.size() / 2 + 4096);
     Builder builder(*data, *data->side, kInSide);
     builder.addLines(data->textBegin, data->textEnd);
     builder.finish();

@@ -65,11 +65,10 @@ void settleNewSide(Record& record, qsizetype at) {
 }
 
 BlockArena::BlockArena(qsizetype blocks)
-    : room_(std::make_shared<TwoEndedRoom>(
-          blocks * ((qsizetype(sizeof(Block)) + 64 + kAlign - 1) / kAlign * kAlign))) {}
+    : TwoEndedRoom(blocks * ((qsizetype(sizeof(Block)) + 64 + kAlign - 1) / kAlign * kAlign)) {}
 
 void* BlockArena::take(qsizetype bytes) {
-    return room_->takeUpper((bytes + kAlign - 1) / kAlign * kAlign);
+    return takeUpper((bytes + kAlign - 1) / kAlign * kAlign);
 }
 
 std::shared_ptr<Block> newBlock(const std::shared_ptr<BlockArena>& arena) {

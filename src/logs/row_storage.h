@@ -97,20 +97,16 @@ struct Block {
 
 // Where the blocks of one load come from: one allocation sized from the
 // text's line count, so a load's rows are written once, into memory that
-// arrives in large pages. Blocks are taken from its end down; the load's side
-// text starts at its beginning (see room()), so that the two share the pages
-// the blocks leave. It lives as long as any block made from it.
-class BlockArena {
+// arrives in large pages. Blocks are taken from its end down, as the room's
+// upper stretch; the load's side text may grow up from its beginning, so that
+// the two share the pages the blocks leave. It lives as long as any block
+// made from it.
+class BlockArena : public TwoEndedRoom {
 public:
     explicit BlockArena(qsizetype blocks);
     // Room for `bytes` bytes, or nullptr when the arena is used up.
     void* take(qsizetype bytes);
-    bool owns(const void* p) const { return room_->holds(p); }
-    // For a side text store to grow up from the beginning, toward the blocks.
-    const std::shared_ptr<TwoEndedRoom>& room() const { return room_; }
-
-private:
-    std::shared_ptr<TwoEndedRoom> room_;
+    bool owns(const void* p) const { return holds(p); }
 };
 
 // A new block, from the arena while it lasts.
