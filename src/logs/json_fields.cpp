@@ -163,14 +163,13 @@ struct Found {
     quint32 present = 0;
     Value nested{};  // "fields" -> "message", when that is a string
 
-    // The last occurrence of a key wins; null, an object or an array give nothing.
-    void set(int slot, const Value& v) {
-        if (v.kind == Value::Kind::none) {
+    // After a value was read into its slot: the last occurrence of a key
+    // wins, and null, an object or an array give nothing.
+    void mark(int slot) {
+        if (values[size_t(slot)].kind == Value::Kind::none)
             present &= ~(1u << slot);
-        } else {
-            values[size_t(slot)] = v;
+        else
             present |= 1u << slot;
-        }
     }
 
     // The value of the first key present among the slots from `from` to
@@ -389,7 +388,13 @@ private:
 
             // The last "fields" wins, so what an earlier one held is gone.
             if (slot == kFields) found_.nested = Value{};
-            Value v{};
+            // Read straight into where the value is kept: a copy of a Value
+            // just written field by field would wait for those writes, as
+            // one wide read cannot take its bytes from several narrow ones.
+            Value scratch;
+            Value& v =
+                slot >= 0 ? found_.values[size_t(slot)] : (nestedMessage ? found_.nested : scratch);
+            v.kind = Value::Kind::none;  // what null, an object or an array leave
             if (*p == '"') {
                 // Most values are strings or numbers: read here rather than
                 // through a call. Neither ends at the last byte, the brace, and
@@ -403,8 +408,8 @@ private:
                 p = value(p, depth, v, slot == kFields ? Mode::nested : Mode::other);
             }
             if (p == nullptr) return nullptr;
-            if (slot >= 0) found_.set(slot, v);
-            if (nestedMessage) found_.nested = v.kind == Value::Kind::string ? v : Value{};
+            if (slot >= 0) found_.mark(slot);
+            if (nestedMessage && v.kind != Value::Kind::string) found_.nested = Value{};
 
             if (*p == '}') return p + 1;
             if (*p != ',') return nullptr;
