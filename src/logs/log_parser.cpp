@@ -472,10 +472,10 @@ private:
 };
 
 // The JSON steps; false when the line is not a JSON object.
-bool jsonSpans(const SpanMaker& make, LogParser::Spans& out) {
+bool jsonSpans(const SpanMaker& make, json_fields::Reader& reader, LogParser::Spans& out) {
     const QUtf8StringView cleaned = make.cleaned();
     json_fields::Fields fields;
-    if (!json_fields::extract(cleaned, fields)) {
+    if (!reader.extract(cleaned, fields)) {
         out.decidedFast = false;
         const std::optional<LogRow> row = referenceJson(text16(cleaned));
         if (!row) return false;
@@ -653,7 +653,7 @@ Spans Parser::parse(QUtf8StringView line, const LineFacts& facts, ByteStore& sid
     }
     const SpanMaker make(cleaned, cleanedAt, base, facts.ascii, side, out);
     out.raw = make.slice(cleaned);
-    if (cleaned.isEmpty() || cleaned.front() != '{' || !jsonSpans(make, out))
+    if (cleaned.isEmpty() || cleaned.front() != '{' || !jsonSpans(make, json_, out))
         plainSpans(make, facts.ascii, facts.lineFeeds, out);
     if (!facts.ascii && out.bytewise) {
         const QUtf8StringView sideText(side.data(), side.size());
@@ -664,10 +664,14 @@ Spans Parser::parse(QUtf8StringView line, const LineFacts& facts, ByteStore& sid
 }
 
 LogRow parse(QStringView line) {
+    Parser parser;
+    return parse(line, parser);
+}
+
+LogRow parse(QStringView line, Parser& parser) {
     const QString whole = line.isValidUtf16() ? line.toString() : withoutLoneSurrogates(line);
     const QByteArray bytes = utf8::encode(whole);
     ByteStore side;
-    Parser parser;
     const Spans s = parser.parse(QUtf8StringView(bytes),
                                  {utf8::isAscii(QUtf8StringView(bytes)), true, true}, side);
     const QUtf8StringView sideText(side.data(), side.size());

@@ -7,6 +7,8 @@
 #include <QUtf8StringView>
 #include <iterator>
 
+#include "logs/json_fields.h"
+
 namespace varnel {
 
 class ByteStore;
@@ -119,7 +121,12 @@ public:
 
 private:
     QByteArray scratch_;
+    json_fields::Reader json_;
 };
+
+// parse() by a parser kept from line to line, as rows are built: what a line
+// reads as never depends on the lines read before it.
+LogRow parse(QStringView line, Parser& parser);
 
 }  // namespace LogParser
 

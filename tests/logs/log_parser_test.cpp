@@ -159,6 +159,34 @@ TEST(LogParser, JsonEdges) {
     for (const Case& c : cases) expectRow(c);
 }
 
+// A parser keeps the layouts of the JSON lines it read: a line laid out as
+// one before must still read exactly as it reads alone.
+TEST(LogParser, JsonLinesSharingALayoutReadAsEachAlone) {
+    const char* lines[] = {
+        R"({"ts":1,"level":7,"ok":true,"msg":"a"})",
+        // numbers whose text only Qt gives
+        R"({"ts":2,"level":7.50,"ok":false,"msg":"b"})",
+        R"({"ts":3,"level":-0,"ok":true,"msg":"c"})",
+        R"({"ts":4,"level":8,"ok":true,"msg":"say \"hi\" \u00e9"})",
+        R"({"ts":5,"level":8,"ok":true,"msg":"\ud83d\ude00"})",
+        "{\"ts\":6,\"level\":8,\"ok\":true,\"msg\":\"\xEF\xBB\xBFmark\"}",
+        // the same bytes up to where they part
+        R"({"ts":7,"level":8,"ok":true,"msg":"d","msg":"e"})",
+        R"({"ts":8,"level":8,"ok":true,"msg":5})",
+        R"({"ts":9,"level":8,"ok":nul,"msg":"f"})",
+        R"({"ts":10,"level":8,"ok":true,"msg":"g"}})",
+        R"({"ts":11,"level":8,"ok":true,"msg":"h\"})",
+        R"({"ts":1e3,"level":8,"ok":true,"msg":"i"})",
+        R"({"ts":12,"level":"x","ok":true,"msg":"","fields":{"message":"n"}})",
+        R"({"ts":13,"level":"y","ok":true,"msg":"j","fields":{"message":"n"}})",
+    };
+    LogParser::Parser kept;
+    for (const char* text : lines) {
+        const QString line = QString::fromUtf8(text);
+        EXPECT_EQ(LogParser::parse(line, kept), LogParser::parseReference(line)) << text;
+    }
+}
+
 TEST(LogParser, StripsColourAndReadsLoneSurrogatesAsReplacements) {
     EXPECT_EQ(LogParser::stripANSI(u"\x1b[1;31mred\x1b[0m \x1b[x \x1b[12"), u"red  \x1b[12");
 
