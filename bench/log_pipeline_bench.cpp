@@ -7,6 +7,8 @@
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 
+#include <cstdint>
+
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -15,6 +17,7 @@
 #include "logs/log_filter.h"
 #include "logs/log_rows.h"
 #include "logs/log_tail.h"
+#include "logs/log_text.h"
 #include "support/log_corpus.h"
 
 namespace {
@@ -144,6 +147,30 @@ void BM_AsciiSearch(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * chars);
 }
 BENCHMARK(BM_AsciiSearch)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// 2 MB of JSON lines that share a long start and differ in one key, in random
+// order: arg 3 kinds of line, which the JSON reader keeps the layouts of, or 8,
+// more than it keeps, its worst case.
+void BM_BuildJsonLines(benchmark::State& state) {
+    QByteArray text;
+    std::uint32_t seed = 7;
+    const auto next = [&seed] { return seed = seed * 1103515245u + 12345u; };
+    while (text.size() < 2'000'000) {
+        const unsigned kind = (next() >> 16) % unsigned(state.range(0));
+        text += QStringLiteral(R"({"timestamp":"2024-05-01T10:00:%1.%2Z","level":"INFO",)"
+                               R"("target":"agent::x","k%3":"%4","message":"request %5 done"})"
+                               "\n")
+                    .arg((next() >> 16) % 60, 2, 10, QLatin1Char('0'))
+                    .arg((next() >> 8) % 1'000'000, 6, 10, QLatin1Char('0'))
+                    .arg(kind)
+                    .arg(QString(int(5 + (next() >> 16) % 15), u'v'))
+                    .arg((next() >> 8) % 100'000)
+                    .toUtf8();
+    }
+    for (auto _ : state) benchmark::DoNotOptimize(LogRows::build(LogText(text)).size());
+    state.SetBytesProcessed(state.iterations() * text.size());
+}
+BENCHMARK(BM_BuildJsonLines)->Arg(3)->Arg(8)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The same lines through Qt's JSON reader and regular expressions alone, for scale.
 void BM_ParseWithEnginesOnly(benchmark::State& state) {
