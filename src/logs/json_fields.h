@@ -72,7 +72,8 @@ private:
         std::array<char, kMaxBytes + 16> bytes;
     };
 
-    // True when a layout read the line; `worth` says what that saved.
+    // True when a layout read the line. `worth` says what that saved, or, when
+    // none did, what trying them cost (negative).
     bool read(QUtf8StringView text, Fields& out, int& worth);
     void learn(QUtf8StringView text, const Value* values, int count, const Fields& fields);
 
