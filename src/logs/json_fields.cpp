@@ -479,6 +479,13 @@ constexpr int kStartCredit = 64;
 constexpr int kMostCredit = 256;
 constexpr int kRest = 1024;
 
+// The five values of a Fields, in the order a layout numbers them.
+template <typename F>
+auto valuesOf(F& fields) {
+    return std::array{&fields.time, &fields.level, &fields.source, &fields.message,
+                      &fields.nestedMessage};
+}
+
 // Up to the first eight bytes of a line as a word, the first byte lowest.
 inline quint64 firstBytes(const char* line, qsizetype size) {
     quint64 word = 0;
@@ -525,13 +532,20 @@ inline bool sameBytes(const char* a, qsizetype room, const char* b, qsizetype n)
 
 }  // namespace
 
+Q_ALWAYS_INLINE void Reader::makeLatest(int slot) {
+    // A slot just added is not in the order yet: it comes from its end.
+    int at = 0;
+    while (at < count_ - 1 && order_[size_t(at)] != slot) ++at;
+    for (; at > 0; --at) order_[size_t(at)] = order_[size_t(at - 1)];
+    order_[0] = quint8(slot);
+}
+
 bool Reader::read(QUtf8StringView text, Fields& out, int& worth) {
     worth = 0;
     if (count_ == 0) return false;
     const char* begin = reinterpret_cast<const char*>(text.data());
     const char* end = begin + text.size();
-    const std::array<Value*, 5> fields{&out.time, &out.level, &out.source, &out.message,
-                                       &out.nestedMessage};
+    const auto fields = valuesOf(out);
     std::array<const char*, kMaxValues + 1> starts;  // where the line's steps start
     // The latest used of the layouts that begin as the line does, chosen
     // without a branch that could go the wrong way; the others never fit.
@@ -601,10 +615,7 @@ bool Reader::read(QUtf8StringView text, Fields& out, int& worth) {
                         return false;  // rare: worth nothing either way
                 }
                 worth = layout.values * kSavedPerValue - switches * kLostPerSwitch;
-                int at = 0;
-                while (order_[size_t(at)] != current) ++at;
-                for (; at > 0; --at) order_[size_t(at)] = order_[size_t(at - 1)];
-                order_[0] = quint8(current);
+                makeLatest(current);
                 return true;
             }
         }
@@ -636,8 +647,7 @@ void Reader::learn(QUtf8StringView text, const Value* values, int count, const F
     fieldOf.fill(-1);
     std::array<bool, 5> given{};
     quint8 numbers = 0;
-    const std::array<const Value*, 5> chosen{&fields.time, &fields.level, &fields.source,
-                                             &fields.message, &fields.nestedMessage};
+    const auto chosen = valuesOf(fields);
     for (size_t f = 0; f < chosen.size(); ++f) {
         if (chosen[f]->kind == Value::Kind::none) continue;
         for (int k = 0; k < count && !given[f]; ++k)
@@ -651,10 +661,7 @@ void Reader::learn(QUtf8StringView text, const Value* values, int count, const F
 
     // In place of the layout used longest ago, which becomes the latest.
     const int slot = count_ < kLayouts ? count_++ : order_[size_t(kLayouts - 1)];
-    int at = 0;
-    while (at < count_ - 1 && order_[size_t(at)] != slot) ++at;
-    for (; at > 0; --at) order_[size_t(at)] = order_[size_t(at - 1)];
-    order_[0] = quint8(slot);
+    makeLatest(slot);
 
     Layout& layout = layouts_[size_t(slot)];
     const char* line = reinterpret_cast<const char*>(text.data());

@@ -76,6 +76,8 @@ private:
     // none did, what trying them cost (negative).
     bool read(QUtf8StringView text, Fields& out, int& worth);
     void learn(QUtf8StringView text, const Value* values, int count, const Fields& fields);
+    // Puts the layout in `slot` first in order_.
+    void makeLatest(int slot);
 
     std::array<Layout, kLayouts> layouts_;
     std::array<quint8, kLayouts> order_{};  // indexes into layouts_, the latest used first
