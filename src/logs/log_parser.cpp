@@ -278,8 +278,9 @@ constexpr std::array<LevelSlot, 16> kLevelSlots = [] {
     return table;
 }();
 
-// The level word an ASCII run spells, as a fixed word index, or -1.
-int asciiLevelWord(const char* run, qsizetype size) {
+// The level word an ASCII run spells, as a fixed word index, or -1. The run
+// may be any text, a JSON value's included.
+Q_ALWAYS_INLINE int asciiLevelWord(const char* run, qsizetype size) {
     if (size < 3 || size > 8 || kWordBytes[uchar(run[0])] != 2) return -1;
     // Clearing bit 0x20 makes any byte equal to an upper-case letter only when
     // it is that letter in either case.
@@ -299,6 +300,9 @@ int asciiLevelWord(const char* run, qsizetype size) {
     }
     packed &= 0xDFDFDFDFDFDFDFDFULL;
     const LevelSlot& slot = kLevelSlots[levelSlot(packed)];
+    // A space or a NUL packs as nothing: "warn " would pack as "WARN". No
+    // level word holds either, so a run that ends in one is none.
+    if ((packed >> (8 * (size - 1))) == 0) return -1;
     return slot.packed == packed ? slot.word : -1;
 }
 

@@ -153,6 +153,9 @@ TEST(LogParser, JsonEdges) {
         {R"({"level":"info" "msg":"x"})", "", "INFO", "", whole},
         // any other level word arrives upper-cased, Unicode included
         {R"({"level":"stra\u00dfe"})", "", "STRASSE", "", whole},
+        // a level word with a space after it is another word
+        {R"({"level":"warn "})", "", "WARN ", "", whole},
+        {R"({"level":"err  "})", "", "ERR  ", "", whole},
         // colour codes are removed before the JSON is read
         {"\x1b[1m{\"msg\":\"x\"}\x1b[0m", "", "", "", "x"},
     };
